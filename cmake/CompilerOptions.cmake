@@ -1,0 +1,21 @@
+# Options every target is compiled with.
+#
+# -ffp-contract=off: scores and hash decisions are compared with thresholds, and a fused multiply-add
+# rounds once where the plain expression rounds twice. The same reason rules out fast-math.
+add_compile_options(
+  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Wconversion
+  -Wno-sign-conversion -Werror -ffp-contract=off -fno-omit-frame-pointer)
+
+set(CORVANTH_SANITIZE "" CACHE STRING "Value of -fsanitize=, empty for none")
+if(CORVANTH_SANITIZE)
+  add_compile_options(-fsanitize=${CORVANTH_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${CORVANTH_SANITIZE})
+  # gcc's flow analysis misjudges instrumented code; the plain presets keep these as errors.
+  add_compile_options(-Wno-maybe-uninitialized -Wno-tsan)
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()

@@ -1,0 +1,51 @@
+#include "log/log.h"
+
+#include <sys/time.h>
+
+#include <cstdio>
+#include <ctime>
+
+namespace cv::log {
+
+LoggerImpl Logger::m_instance;
+
+LoggerImpl::~LoggerImpl() {
+  if (close != nullptr) close(context);
+}
+
+void LoggerImpl::dummy_write(void*, const char*, int, const Message&) {}
+
+std::string format_time() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char date[64];
+  strftime(date, sizeof date, "%Y.%m.%d %X", &local);
+  char fraction[16];
+  snprintf(fraction, sizeof fraction, ".%06ld", static_cast<long>(now.tv_usec));
+  return std::string(date) + fraction;
+}
+
+std::ostream& format_message(std::ostream& out, const char* file, int line,
+                             const Message& message) {
+  const auto index = static_cast<std::size_t>(message.level);
+  out << level_to_string[index] << level_to_spaces[index] << message_delimiter;
+  if (file == nullptr) {
+    out.setstate(std::ios_base::badbit);
+    return out;
+  }
+  return out << file << ':' << line << message_delimiter << message.text();
+}
+
+bool try_parse_level(const std::string& text, Level& level) {
+  for (std::size_t i = 0; i < level_to_string.size(); ++i) {
+    if (text == level_to_string[i]) {
+      level = static_cast<Level>(i);
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace cv::log

@@ -1,0 +1,43 @@
+// The two places a log line can go: standard error and syslog.
+//
+// Both drop messages below the logger's threshold and take no lock of their own. Opening and closing
+// happen while the process is single-threaded; writing may happen on any thread.
+#pragma once
+
+#include <string>
+
+#include "log/log.h"
+
+namespace cv::log {
+
+/// syslog facility codes that lines are written under.
+enum class LocalLevel : int {
+  USER = 8,      // the configured sink
+  LOCAL0 = 128,  // the statistics block
+  LOCAL1 = 136,  // START, TERM, CTRL traces and unknown-session warnings
+  LOCAL7 = 184,  // DATA traces
+};
+
+/// Standard error: time, level, module:line, text, line feed.
+struct Stdlog {
+  static void write(void* context, const char* file, int line, const Message& message);
+};
+
+/// syslog: the same line without the time, which the syslog daemon adds itself.
+struct Syslog {
+  static void write(void* context, const char* file, int line, const Message& message);
+  static void write(const char* file, int line, LocalLevel facility, const Message& message);
+  static void close(void* context);
+};
+
+/// Points the logger at standard error.
+void open_stdlog();
+
+/// Opens syslog under `identity` and points the logger at it. The text must outlive the logging:
+/// the system keeps the pointer.
+void open_syslog(const char* identity);
+
+/// Closes the sink in use; further lines go nowhere.
+void close_log();
+
+}  // namespace cv::log
