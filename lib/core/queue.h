@@ -4,18 +4,18 @@
 // 1. 0 <= m_write - m_read <= N; the item for count k is in slot k mod N; counts are never reset.
 // 2. Only the producer writes m_write, only the consumer writes m_read and m_waiting.
 // 3. The producer publishes the item before it looks at m_waiting, the consumer sets m_waiting
-//    before it looks at m_write, with a full fence between on both sides: one of them sees the other.
+//    before it looks at m_write, with a full fence between on both sides: one of them sees the
+//    other.
 // 4. push() and take() never allocate; push() takes the mutex only when the consumer sleeps.
 // Slots are allocated once, at construction. Failure: push() on a full queue returns false.
 #pragma once
-
-#include <pthread.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <pthread.h>
 #include <utility>
 
 namespace cv {
@@ -76,8 +76,8 @@ class Queue<T, N, true> {
     return m_write.load(std::memory_order_acquire) - read;
   }
 
-  /// Consumer. Sleeps until an item is there, `keep_waiting` gets false, or `timeout_ns` has passed;
-  /// true when the queue holds an item.
+  /// Consumer. Sleeps until an item is there, `keep_waiting` gets false, or `timeout_ns` has
+  /// passed; true when the queue holds an item.
   bool wait(uint64_t timeout_ns, const std::atomic<bool>& keep_waiting) {
     const timespec deadline = deadline_after(timeout_ns);
     pthread_mutex_lock(&m_mutex);

@@ -81,7 +81,8 @@ class QueueIdleReader : public QueueReader<T, N, WaitNs> {
       : QueueReader<T, N, WaitNs>(
             std::shared_ptr<QueueReaderStatistic>(std::make_shared<QueueIdleReaderStatistic>())) {}
 
-  /// True: it did work, and the queue is to be looked at again at once. False: the reader may sleep.
+  /// True: it did work, and the queue is to be looked at again at once. False: the reader may
+  /// sleep.
   virtual bool on_queue_idle() = 0;
   /// Once per turn, before the queue is looked at.
   virtual void on_queue_try() = 0;

@@ -1,7 +1,7 @@
 // Intrusive, atomically counted references.
 //
-// Every long-lived object that threads share (packet buffers, sessions, streams, reports, databases,
-// configurations) derives from ReferenceCountable and is held through rc_ptr.
+// Every long-lived object that threads share (packet buffers, sessions, streams, reports,
+// databases, configurations) derives from ReferenceCountable and is held through rc_ptr.
 //
 // Invariants:
 // 1. The count is 0 at construction and is changed only by rc_ptr.

@@ -4,10 +4,9 @@
 // signals blocked (BlockedSignals), so that no library call on a worker is ever cut short by one.
 #pragma once
 
+#include <atomic>
 #include <pthread.h>
 #include <signal.h>
-
-#include <atomic>
 
 namespace cv {
 
@@ -26,8 +25,8 @@ class BlockedSignals {
 /// The kernel's id of the calling thread, as it stands in log lines.
 long kernel_thread_id();
 
-/// Not started, then running from start() to stop(). Owner: whoever calls start() and stop(), on one
-/// thread; the destructor does not stop.
+/// Not started, then running from start() to stop(). Owner: whoever calls start() and stop(), on
+/// one thread; the destructor does not stop.
 class Thread {
  public:
   Thread() = default;

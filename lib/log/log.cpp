@@ -1,9 +1,8 @@
 #include "log/log.h"
 
-#include <sys/time.h>
-
 #include <cstdio>
 #include <ctime>
+#include <sys/time.h>
 
 namespace cv::log {
 

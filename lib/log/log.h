@@ -7,7 +7,8 @@
 //
 // Threads: the logger record is written only while the process is single-threaded (start-up and
 // shut-down); every thread reads it without a lock, and each sink emits a line in one call.
-// Failure: logging never fails to its caller; before it is opened and after it is closed, lines vanish.
+// Failure: logging never fails to its caller; before it is opened and after it is closed, lines
+// vanish.
 #pragma once
 
 #include <array>
@@ -120,13 +121,13 @@ class Entry {
 }  // namespace cv::log
 
 /// The calling module's name as a NUL-terminated string of static storage.
-#define CV_LOG_MODULE                                                 \
-  ([]() -> const char* {                                              \
+#define CV_LOG_MODULE                                                  \
+  ([]() -> const char* {                                               \
     static constexpr ::cv::log::ModuleName module_name_here(__FILE__); \
-    return module_name_here.text;                                     \
+    return module_name_here.text;                                      \
   }())
 
-/// CV_LOG(InfoMessage) << "text" << value; The text is formatted even below the threshold: hot paths
-/// test Logger::m_instance.level first.
+/// CV_LOG(InfoMessage) << "text" << value; The text is formatted even below the threshold: hot
+/// paths test Logger::m_instance.level first.
 #define CV_LOG(MessageType) \
   ::cv::log::Entry<::cv::log::MessageType>(CV_LOG_MODULE, __LINE__).stream()

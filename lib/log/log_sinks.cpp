@@ -1,8 +1,7 @@
 #include "log/log_sinks.h"
 
-#include <syslog.h>
-
 #include <iostream>
+#include <syslog.h>
 
 namespace cv::log {
 

@@ -1,7 +1,7 @@
 // The two places a log line can go: standard error and syslog.
 //
-// Both drop messages below the logger's threshold and take no lock of their own. Opening and closing
-// happen while the process is single-threaded; writing may happen on any thread.
+// Both drop messages below the logger's threshold and take no lock of their own. Opening and
+// closing happen while the process is single-threaded; writing may happen on any thread.
 #pragma once
 
 #include <string>

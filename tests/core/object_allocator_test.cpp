@@ -1,8 +1,7 @@
 #include "core/object_allocator.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "core/buffer.h"

@@ -1,10 +1,8 @@
-#include "core/queue_reader.h"
-
 #include <gtest/gtest.h>
-
 #include <thread>
 #include <vector>
 
+#include "core/queue_reader.h"
 #include "core/reference_countable.h"
 
 namespace {

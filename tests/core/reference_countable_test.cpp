@@ -1,7 +1,6 @@
 #include "core/reference_countable.h"
 
 #include <gtest/gtest.h>
-
 #include <thread>
 #include <vector>
 
@@ -26,7 +25,8 @@ TEST_F(ReferenceCountableTest, TheLastReferenceDestroysOnce) {
   rc_ptr<Object> first(new Object);
   rc_ptr<Object> second = first;
   rc_ptr<Object> moved = std::move(first);
-  EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): a moved-from pointer is empty by contract
+  EXPECT_FALSE(
+      first);  // NOLINT(bugprone-use-after-move): a moved-from pointer is empty by contract
   second = second;
   second.reset();
   EXPECT_EQ(Object::destroyed, 0);
@@ -55,9 +55,9 @@ TEST_F(ReferenceCountableTest, ReleasingBelowZeroIsLoggedAndLeavesTheObjectAlone
   // Adopting a reference nobody gave up is the fault that the message is about.
   rc_ptr<Object>::adopt(&on_stack).reset();
   EXPECT_EQ(Object::destroyed, 0);
-  EXPECT_EQ(log.texts(),
-            std::vector<std::string>{"ERROR reference_countable RC_PTR: possibly a memory leak: "
-                                     "impossible to release pointer with negative reference count"});
+  EXPECT_EQ(log.texts(), std::vector<std::string>{
+                             "ERROR reference_countable RC_PTR: possibly a memory leak: "
+                             "impossible to release pointer with negative reference count"});
 }
 
 TEST_F(ReferenceCountableTest, CountsAcrossThreads) {

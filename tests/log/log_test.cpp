@@ -1,7 +1,6 @@
 #include "log/log.h"
 
 #include <gtest/gtest.h>
-
 #include <iostream>
 #include <regex>
 
@@ -65,7 +64,8 @@ TEST_F(LogTest, StandardErrorGetsTimeLevelModuleAndText) {
   CV_LOG(WarningMessage) << "TAG: " << 5;
   EXPECT_TRUE(std::regex_match(
       captured.text(),
-      std::regex(R"(\d{4}\.\d\d\.\d\d \d\d:\d\d:\d\d\.\d{6} \| WARNING \| log_test:\d+ \| TAG: 5\n)")))
+      std::regex(
+          R"(\d{4}\.\d\d\.\d\d \d\d:\d\d:\d\d\.\d{6} \| WARNING \| log_test:\d+ \| TAG: 5\n)")))
       << captured.text();
 }
 

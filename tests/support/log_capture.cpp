@@ -42,9 +42,8 @@ std::vector<std::string> LogCapture::texts() const {
 
 bool LogCapture::has(log::Level level, const std::string& text) const {
   const auto all = lines();
-  return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
-    return line.level == level && line.text == text;
-  });
+  return std::any_of(all.begin(), all.end(),
+                     [&](const LogLine& line) { return line.level == level && line.text == text; });
 }
 
 bool LogCapture::has_containing(const std::string& part) const {
@@ -53,9 +52,9 @@ bool LogCapture::has_containing(const std::string& part) const {
 
 std::size_t LogCapture::count_containing(const std::string& part) const {
   const auto all = lines();
-  return static_cast<std::size_t>(
-      std::count_if(all.begin(), all.end(),
-                    [&](const LogLine& line) { return line.text.find(part) != line.text.npos; }));
+  return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [&](const LogLine& line) {
+    return line.text.find(part) != line.text.npos;
+  }));
 }
 
 void LogCapture::clear() {
