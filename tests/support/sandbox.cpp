@@ -1,0 +1,112 @@
+#include "support/sandbox.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sched.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace cv::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string read_whole(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+int bind_unix_datagram(const std::string& path) {
+  // Non-blocking: reading stops when nothing more has come.
+  const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    throw std::runtime_error("sandbox: cannot bind " + path);
+  }
+  return descriptor;
+}
+
+bool write_small(const char* path, const char* text, size_t size) {
+  const int descriptor = open(path, O_WRONLY);
+  if (descriptor < 0) return false;
+  const bool written = write(descriptor, text, size) == static_cast<ssize_t>(size);
+  close(descriptor);
+  return written;
+}
+
+}  // namespace
+
+Sandbox::Sandbox() {
+  std::string name = (fs::temp_directory_path() / "corvanth-test-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("sandbox: no temporary folder");
+  m_path = name;
+  for (const char* folder : {"dev", "etc/tarnwell/corvanth", "varlog", "files"}) {
+    fs::create_directories(m_path + "/" + folder);
+  }
+  for (const char* device : {"null", "zero", "full", "random", "urandom"}) {
+    std::ofstream(m_path + "/dev/" + device).close();
+    m_mounts.push_back({std::string("/dev/") + device, m_path + "/dev/" + device});
+  }
+  m_syslog_socket = bind_unix_datagram(m_path + "/dev/log");
+  m_mounts.push_back({m_path + "/dev", "/dev"});
+  m_mounts.push_back({m_path + "/etc", "/etc"});
+  m_mounts.push_back({m_path + "/varlog", "/var/log"});
+}
+
+Sandbox::~Sandbox() {
+  close(m_syslog_socket);
+  std::error_code ignored;
+  fs::remove_all(m_path, ignored);
+}
+
+std::string Sandbox::write_file(const std::string& name, const std::string& content) const {
+  const std::string file = m_path + "/files/" + name;
+  std::ofstream(file) << content;
+  return file;
+}
+
+std::string Sandbox::read_file(const std::string& name) const {
+  return read_whole(m_path + "/files/" + name);
+}
+
+void Sandbox::write_etc(const std::string& name, const std::string& content) const {
+  std::ofstream(m_path + "/etc/tarnwell/corvanth/" + name) << content;
+}
+
+std::string Sandbox::read_var_log(const std::string& name) const {
+  return read_whole(m_path + "/varlog/tarnwell/corvanth/" + name);
+}
+
+std::string Sandbox::syslog() {
+  char datagram[65536];
+  for (ssize_t size; (size = recv(m_syslog_socket, datagram, sizeof datagram, 0)) >= 0;) {
+    m_syslog.append(datagram, static_cast<size_t>(size));
+    if (!m_syslog.ends_with('\n')) m_syslog += '\n';
+  }
+  return m_syslog;
+}
+
+bool Sandbox::enter() const {
+  if (unshare(CLONE_NEWNS) != 0) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    if (!write_small("/proc/self/setgroups", "deny", 4)) return false;
+  }
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+  for (const Mount& bind : m_mounts) {
+    if (mount(bind.from.c_str(), bind.to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace cv::test

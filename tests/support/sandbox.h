@@ -1,0 +1,46 @@
+// A private view of the file system for the executables under test: their /dev/log, /etc and
+// /var/log are folders of the test, so that a run touches nothing of the machine and several run
+// side by side. Made of a mount namespace of the child process (a user namespace too without root).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace cv::test {
+
+/// Owns a temporary folder and the socket that the children's syslog() calls arrive at.
+class Sandbox {
+ public:
+  Sandbox();
+  ~Sandbox();
+  Sandbox(const Sandbox&) = delete;
+  Sandbox& operator=(const Sandbox&) = delete;
+
+  /// A folder for the test's own files, the same inside and outside.
+  const std::string& path() const { return m_path; }
+  std::string write_file(const std::string& name, const std::string& content) const;
+  std::string read_file(const std::string& name) const;
+  /// Content for a file that the child sees as /etc/tarnwell/corvanth/NAME.
+  void write_etc(const std::string& name, const std::string& content) const;
+  /// What the child wrote to /var/log/tarnwell/corvanth/NAME.
+  std::string read_var_log(const std::string& name) const;
+
+  /// Every syslog datagram so far, "<PRI>rest" as it came, each ended by a line feed.
+  std::string syslog();
+
+  /// Called between fork and exec in the child; true when the view is in place.
+  bool enter() const;
+
+ private:
+  struct Mount {
+    std::string from;
+    std::string to;
+  };
+
+  std::string m_path;
+  std::vector<Mount> m_mounts;
+  int m_syslog_socket = -1;
+  std::string m_syslog;
+};
+
+}  // namespace cv::test
