@@ -1,0 +1,281 @@
+"""The demo behind scripts/demo: a site in a temporary folder, calls of real prompts, a verdict.
+
+Usage: demo_calls.py FOLDER_OF_EXECUTABLES
+Exit status 0 only when every call was reported exactly as expected.
+"""
+
+import array
+import json
+import math
+import pathlib
+import random
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import wave
+
+SOUNDS = pathlib.Path("/usr/share/asterisk/sounds")
+RATE = 8000
+RULE = 1
+# A prompt of three seconds or more is to be found this soon after its start.
+LATEST_S = 2.5
+
+
+def prompts_folder(language):
+    return next(folder for folder in sorted(SOUNDS.iterdir()) if folder.name.startswith(language))
+
+
+ENGLISH = prompts_folder("en")
+FRENCH = prompts_folder("fr")
+
+
+# Audio: lists of 16-bit samples at 8 kHz.
+
+
+def read_wav(path):
+    with wave.open(str(path)) as file:
+        assert (file.getframerate(), file.getnchannels(), file.getsampwidth()) == (RATE, 1, 2), path
+        return array.array("h", file.readframes(file.getnframes()))
+
+
+def write_wav(path, samples):
+    with wave.open(str(path), "wb") as file:
+        file.setnchannels(1)
+        file.setsampwidth(2)
+        file.setframerate(RATE)
+        file.writeframes(array.array("h", samples).tobytes())
+
+
+def silence(seconds):
+    return array.array("h", bytes(2 * round(seconds * RATE)))
+
+
+def through_mu_law(samples):
+    """Companded to 8 bits and back, as a G.711 line does it (ITU-T G.711, mu = 255)."""
+
+    def once(sample):
+        magnitude = min(abs(sample), 32635) + 132
+        exponent = magnitude.bit_length() - 8
+        mantissa = magnitude >> (exponent + 3) & 15
+        restored = ((mantissa << 3 | 132) << exponent) - 132
+        return -restored if sample < 0 else restored
+
+    return array.array("h", map(once, samples))
+
+
+def with_noise(samples, signal_to_noise_db, seed):
+    """White Gaussian noise so far below the samples' mean power."""
+    rng = random.Random(seed)
+    power = sum(s * s for s in samples) / len(samples)
+    sigma = math.sqrt(power / 10 ** (signal_to_noise_db / 10))
+    return array.array("h", (max(-32768, min(32767, round(s + rng.gauss(0, sigma)))) for s in samples))
+
+
+# Calls.
+
+
+class Call:
+    """What is played on each side, and which prompts are to be found where.
+
+    `sides` holds two lists of samples (empty: the side has no audio at all); `expected` a tuple
+    (side, prompt, second at which the prompt starts, negative when the call joins in its middle)
+    for each prompt; `active` the sides that are not dead air.
+    """
+
+    def __init__(self, number, title, sides, expected, active):
+        self.number = number
+        self.title = title
+        self.sides = sides
+        self.expected = expected
+        self.active = active
+        self.uuid = f"00000000-0000-4000-8000-{number:012d}"
+        self.reports = []
+        self.started = None
+
+
+def build_calls():
+    prompt = lambda name: read_wav(ENGLISH / (name + ".wav"))
+    french = lambda name: read_wav(FRENCH / (name + ".wav"))
+    # No lead is a multiple of the 128-sample hop: a call never starts where the fingerprint did.
+    lead = silence(1.0) + silence(0.0075)
+    at = len(lead) / RATE
+
+    mailbox, busy = prompt("vm-mailboxfull"), prompt("all-circuits-busy-now")
+    second_at = at + (len(mailbox) + RATE // 2) / RATE
+    password, privacy, goodbye = prompt("vm-newpassword"), prompt("privacy-prompt"), prompt("vm-goodbye")
+    review = prompt("vm-review-nonurgent")
+    skipped = round(1.2 * RATE) + 37
+    tone = prompt("at-tone-time-exactly")
+    speech = french("demo-instruct")
+    return [
+        Call(1, "two prompts, one after the other", [lead + mailbox + silence(0.5) + busy, silence(6)],
+             [(0, "vm-mailboxfull", at), (0, "all-circuits-busy-now", second_at)], {0}),
+        Call(2, "joins in the middle of a prompt", [silence(4), review[skipped:]],
+             [(1, "vm-review-nonurgent", -skipped / RATE)], {1}),
+        Call(3, "through a mu-law line", [silence(5), through_mu_law(lead + password)],
+             [(1, "vm-newpassword", at)], {1}),
+        Call(4, "in noise, 10 dB below", [with_noise(lead + privacy, 10, seed=4), silence(5)],
+             [(0, "privacy-prompt", at)], {0}),
+        Call(5, "a prompt on each side at once",
+             [lead + tone, silence(0.4) + lead + prompt("invalid")],
+             [(0, "at-tone-time-exactly", at), (1, "invalid", 0.4 + at)], {0, 1}),
+        Call(6, "one side talks, the other is dead air", [lead + french("vm-tocallback"), silence(6)], [], {0}),
+        Call(7, "unrelated speech on both sides", [speech[: 12 * RATE], speech[15 * RATE : 27 * RATE]], [], {0, 1}),
+    ]
+
+
+# Processes.
+
+
+def free_udp_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Site:
+    """configd with its broker, the node and a listener; started in order, ended in reverse."""
+
+    def __init__(self, executables, folder):
+        self.folder = folder
+        self.tool = str(executables / "corvanth")
+        self.node = str(executables / "corvanthmedianode")
+        self.media_port = free_udp_port()
+        self.report_port = free_udp_port()
+        self.kafka_conf = folder / "kafka.conf"
+        self.processes = []
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for name, process in reversed(self.processes):
+            process.send_signal(signal.SIGTERM)
+            try:
+                if process.wait(timeout=20) != 0:
+                    print(f"demo: {name} ended with status {process.returncode}", file=sys.stderr)
+            except subprocess.TimeoutExpired:
+                process.kill()
+
+    def start(self, name, arguments, environment=None):
+        log = open(self.folder / (name + ".log"), "wb")
+        process = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=log, env=environment)
+        self.processes.append((name, process))
+        return process
+
+    def wait_for_log(self, name, text, seconds):
+        process = dict(self.processes)[name]
+        deadline = time.monotonic() + seconds
+        while text not in (content := (self.folder / (name + ".log")).read_text(errors="replace")):
+            if process.poll() is not None or time.monotonic() > deadline:
+                sys.exit(f"demo: {name} did not get ready:\n{content[-3000:]}")
+            time.sleep(0.05)
+
+    def start_configd(self):
+        rules = self.folder / "rules.json"
+        rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 5.0}]}))
+        configd = self.start("configd", [
+            self.tool, "configd", "--embedded-broker", "--samples", str(ENGLISH), "--rules", str(rules),
+            "--state", str(self.folder / "state.json"), "--write-kafka-conf", str(self.kafka_conf),
+            "--node-topic", f"corvanth_medianode_127o0o0o1_{self.media_port}"])
+        # Printed once the broker takes connections.
+        if not configd.stdout.readline().startswith(b"broker "):
+            sys.exit("demo: configd did not start:\n" + (self.folder / "configd.log").read_text())
+
+    def start_node(self):
+        import os
+        environment = {**os.environ, "CORVANTH_KAFKA_CONF": str(self.kafka_conf)}
+        self.start("node", [self.node, "--config", str(self.folder / "none.conf"), "--args", f"port={self.media_port}"],
+                   environment)
+        self.wait_for_log("node", "PACKETS_READER: thread", 60)
+
+    def start_listener(self, on_report):
+        listener = self.start("listen", [self.tool, "listen", "--port", str(self.report_port)])
+
+        def read():
+            for line in listener.stdout:
+                on_report(json.loads(line), time.monotonic())
+
+        threading.Thread(target=read, daemon=True).start()
+
+    def play(self, call):
+        names = []
+        for side, samples in enumerate(call.sides):
+            names.append(str(self.folder / f"call-{call.number}-{side}.wav"))
+            write_wav(names[-1], samples)
+        call.started = time.monotonic()
+        return subprocess.Popen(
+            [self.tool, "play", "--to", f"127.0.0.1:{self.media_port}", "--rule", str(RULE),
+             "--report-to", f"127.0.0.1:{self.report_port}", "--uuid", call.uuid,
+             "--call-id", f"demo-{call.number}"] + names,
+            stderr=open(self.folder / f"play-{call.number}.log", "wb"))
+
+
+# The verdict.
+
+
+def judge(call):
+    """Lines of (side, expected, reported, seconds, whether they agree)."""
+    lines = []
+    side_name = ("originator", "terminator")
+    detections = [(r, t) for r, t in call.reports if r["type"] == "corvanth_detection"]
+    matched = []
+    for side, name, start in call.expected:
+        # The same recording at the place where it was played; the first report counts.
+        hits = [(r, t) for r, t in detections
+                if r["call_side"] == side_name[side] and r["sample_name"] == name and abs(r["offset"] - start) < 0.2]
+        matched += [id(r) for r, _ in hits]
+        if not hits:
+            lines.append((side, name, "nothing", None, False))
+            continue
+        after = hits[0][1] - call.started - max(start, 0)
+        lines.append((side, name, f"{name} (score {hits[0][0]['score']:.1f})", after, after <= LATEST_S))
+    for report, _ in detections:
+        if id(report) not in matched:
+            side = side_name.index(report["call_side"])
+            lines.append((side, "nothing more", f"{report['sample_name']} (score {report['score']:.1f})", None, False))
+    for side in (0, 1):
+        heard = any(r["type"] == "audio_activity" and r["call_side"] == side_name[side] for r, _ in call.reports)
+        texts = ("dead air", "activity")
+        lines.append((side, texts[side in call.active], texts[heard], None, heard == (side in call.active)))
+    return lines
+
+
+def print_verdict(calls):
+    agreed = True
+    print(f"\n{'call':<42}{'side':<12}{'expected':<25}{'reported':<38}{'after':<9}verdict")
+    for call in calls:
+        title = f"{call.number}. {call.title}"
+        for side, expected, reported, seconds, agrees in judge(call):
+            after = "" if seconds is None else f"{seconds:.2f} s"
+            side_text = ("originator", "terminator")[side]
+            print(f"{title:<42}{side_text:<12}{expected:<25}{reported:<38}{after:<9}{'ok' if agrees else 'WRONG'}")
+            title = ""
+            agreed = agreed and agrees
+    return agreed
+
+
+def main():
+    executables = pathlib.Path(sys.argv[1]).resolve()
+    with tempfile.TemporaryDirectory(prefix="corvanth-demo-") as name, Site(executables, pathlib.Path(name)) as site:
+        calls = build_calls()
+        by_uuid = {call.uuid: call for call in calls}
+        count = len(list(ENGLISH.rglob("*.wav")))
+        print(f"demo: fingerprinting {count} prompts, starting the broker and the node", file=sys.stderr)
+        site.start_configd()
+        site.start_node()
+        site.start_listener(lambda report, at: by_uuid[report["session_uuid"]].reports.append((report, at)))
+        print(f"demo: playing {len(calls)} calls in real time", file=sys.stderr)
+        failed = [p.args for p in [site.play(call) for call in calls] if p.wait() != 0]
+        time.sleep(1)
+        agreed = print_verdict(calls)
+        print(f"\n{'All calls were reported as expected.' if agreed and not failed else 'Reports differ.'}")
+        return 0 if agreed and not failed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
