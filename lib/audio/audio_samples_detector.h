@@ -59,8 +59,8 @@ class SamplesDetector {
   /// database must be set. Allocates for samples and shifts not voted for before, nothing else.
   void handle_hash(HashPoint point, SamplesDetectorCallback& callback, void* user);
 
-  /// Appends the best match of every sample that reaches its threshold, then sorts all of `out` by
-  /// descending score, stable.
+  /// Appends the best match of every sample that reaches its threshold and is in the database, then
+  /// sorts all of `out` by descending score, stable.
   void get_match(std::vector<Match>& out) const;
 
   /// True when a's score is strictly greater.
@@ -78,14 +78,15 @@ class SamplesDetector {
     uint32_t last = 0;
   };
   struct TrackMatch {
+    DeltaMatch& vote(int32_t delta, uint32_t sample_frame, uint8_t drift_frames, uint64_t& votes);
+    void silence_around(int32_t delta);
+
     uint64_t total = 0;
     uint64_t best = 0;
     int32_t best_delta = 0;
     std::unordered_map<int32_t, DeltaMatch> deltas;
     std::unordered_set<int32_t> reported;
   };
-
-  uint64_t vote(TrackMatch& track, int32_t delta, uint32_t sample_frame, DeltaMatch*& match) const;
 
   rc_ptr<HashDatabase> m_database;
   uint8_t m_drift = default_drift_frames;
