@@ -1,0 +1,87 @@
+// Turns datagrams into checked packets and hands them, in order of arrival, to one listener.
+//
+// Threads: read_from() belongs to the receiving thread and never blocks, locks or allocates from the
+// heap, but for the wake-up of a sleeping reader. Everything else, the listener's operations
+// included, runs on the reader's own thread, which also lends itself to the listener's housekeeping.
+// Failure: a datagram that does not fit is counted and dropped; the sender is never answered.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "core/queue_reader.h"
+#include "core/reference_countable.h"
+#include "media/media_packet.h"
+#include "media/media_packet_buffer.h"
+
+namespace cv::media {
+
+struct PacketReaderStatistic : QueueIdleReaderStatistic {
+  // Receiving thread.
+  Counter min_length;         // shorter than a header
+  Counter max_length;         // longer than max_packet_bytes
+  Counter failed_allocation;  // the buffer pool was exhausted
+  // Reader thread.
+  Counter bad_marker;
+  Counter bad_version;
+  Counter corrupted_size;  // the size does not match the type
+  Counter unknown_type;
+  Counter start_packets;  // accepted, as are the next three
+  Counter term_packets;
+  Counter data_packets;
+  Counter ctrl_packets;
+};
+
+/// Consumer of checked packets. A packet is a view that is gone when the call returns.
+class PacketReaderListener {
+ public:
+  virtual void on_packet(StartPacket& packet) = 0;
+  virtual void on_packet(TerminatePacket& packet) = 0;
+  virtual void on_packet(DataPacket& packet) = 0;
+  virtual void on_packet(ControlPacket& packet) = 0;
+  /// On every turn of the reader's loop.
+  virtual void on_packet_try() = 0;
+  /// When no packet waits. True: it did work and may have more; false: the reader may sleep.
+  virtual bool on_packet_idle() = 0;
+
+ protected:
+  ~PacketReaderListener() = default;
+};
+
+class PacketReader : public QueueIdleReader<rc_ptr<PacketBuffer>, 100000, 1000000000> {
+ public:
+  /// Neither is owned; both outlive the reader. Stop a started reader before destroying it.
+  PacketReader(PacketReaderStatistic& statistic, PacketReaderListener& listener);
+
+  /// Receiving thread: copies one datagram into a pooled buffer and queues it.
+  void read_from(const void* data, std::size_t size);
+
+  void run() override;
+  /// Packets still queued are dropped. 0, also when not running, or the error number of joining.
+  int stop() override;
+
+  void on_queue_read(rc_ptr<PacketBuffer> buffer) override;
+  bool on_queue_idle() override;
+  void on_queue_try() override;
+
+ private:
+  void dispatch(PacketBuffer& buffer);
+  /// Counts a packet whose size is not the expected one; true when the packet may be used.
+  bool size_matches(const PacketBuffer& buffer, std::size_t expected_bytes);
+
+  void notify(StartPacket& packet);
+  void notify(TerminatePacket& packet);
+  void notify(DataPacket& packet);
+  void notify(ControlPacket& packet);
+
+  PacketReaderStatistic& m_packet_statistic;
+  PacketReaderListener* m_listener;
+};
+
+/// The text of a packet's trace line.
+std::string trace_text(const StartPacket& packet);
+std::string trace_text(const TerminatePacket& packet);
+std::string trace_text(const DataPacket& packet);
+std::string trace_text(const ControlPacket& packet);
+
+}  // namespace cv::media

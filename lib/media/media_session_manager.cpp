@@ -1,0 +1,260 @@
+#include "media/media_session_manager.h"
+
+#include <sstream>
+
+#include "log/log.h"
+#include "log/log_sinks.h"
+#include "utils/utils_str.h"
+
+namespace cv::media {
+
+namespace {
+
+std::string uuid_text(const Uuid& uuid) { return utils::str::print_uuid(uuid.data()); }
+
+/// Like the packet traces, the warning goes to syslog wherever the logger's own lines go.
+template <typename Packet>
+void warn_unknown_session(int line, const Packet& packet) {
+  log::WarningMessage message;
+  message.stream << unknown_session_text(packet);
+  log::Syslog::write(CV_LOG_MODULE, line, log::LocalLevel::LOCAL1, message);
+}
+
+}  // namespace
+
+SessionManager::SessionManager(SessionManagerStatistic& statistic, const IClock& clock)
+    : StatisticContainer(&statistic), m_clock(clock) {}
+
+void SessionManager::on_packet(StartPacket& packet) {
+  const auto entry = m_sessions.find(packet.id);
+  if (entry != m_sessions.end()) {
+    if (entry->second->m_zombie) return revive_zombie(entry, packet);
+    m_statistic->existing_index_errors.increment();
+    CV_LOG(ErrorMessage) << "SESSION_MANAGER: Session " << uuid_text(packet.uuid)
+                         << " already exists: check call id as this may be a CRC64 collision";
+    return;
+  }
+  int error = 0;
+  if (Session* session = create_session(packet, error)) {
+    register_session(session, packet);
+  } else if (error == 0) {
+    report_failed_allocation(packet);
+  } else {
+    setup_zombie(packet);
+  }
+}
+
+void SessionManager::revive_zombie(SessionMap::iterator entry, StartPacket& packet) {
+  int error = 0;
+  Session* session = create_session(packet, error);
+  if (session == nullptr) {
+    if (error == 0) report_failed_allocation(packet);
+    return;
+  }
+  session->m_created_us = entry->second->m_created_us;
+  session->m_start_mt = entry->second->m_start_mt;
+  // The list is in order of activity: the new session goes behind the last one. Unsigned, because
+  // media time comes from the network and may have carried that one anywhere.
+  const auto newest_us = static_cast<uint64_t>(m_audit_list.back()->m_last_activity_us);
+  session->m_last_activity_us = static_cast<int64_t>(newest_us + 1);
+  erase_session(entry);
+  CV_LOG(InfoMessage) << "SESSION_MANAGER: Session " << uuid_text(packet.uuid)
+                      << " was created out the zombie";
+  register_session(session, packet);
+}
+
+void SessionManager::on_packet(DataPacket& packet) {
+  const auto entry = m_sessions.find(packet.id);
+  if (entry == m_sessions.end()) {
+    m_statistic->unknown_index_errors.increment();
+    warn_unknown_session(__LINE__, packet);
+    if (Session* zombie = setup_zombie(packet)) zombie->m_last_seq[packet.side()] = packet.seq;
+    return;
+  }
+  rc_ptr<Session>& session = entry->second;
+  if (!accept_sequence(*session, packet)) return;
+  refresh(*session, packet.mt);
+  if (!session->m_zombie) on_session_media(session, packet);
+}
+
+void SessionManager::on_packet(ControlPacket& packet) {
+  const auto entry = m_sessions.find(packet.id);
+  if (entry == m_sessions.end()) {
+    m_statistic->unknown_index_errors.increment();
+    warn_unknown_session(__LINE__, packet);
+    setup_zombie(packet);
+    return;
+  }
+  rc_ptr<Session>& session = entry->second;
+  refresh(*session, packet.mt);
+  if (!session->m_zombie) on_session_control(session, packet);
+}
+
+void SessionManager::on_packet(TerminatePacket& packet) {
+  const auto entry = m_sessions.find(packet.id);
+  if (entry == m_sessions.end()) {
+    m_statistic->unknown_index_errors.increment();
+    warn_unknown_session(__LINE__, packet);
+    return;
+  }
+  const rc_ptr<Session> session = entry->second;
+  erase_session(entry);
+  if (!session->m_zombie) on_session_terminated(session, packet);
+}
+
+void SessionManager::on_packet_try() {
+  if (m_sessions.size() > busy_audit_sessions) on_packet_idle();
+}
+
+bool SessionManager::on_packet_idle() {
+  m_statistic->audit_calls.increment();
+  const bool removed = audit();
+  if (removed) m_statistic->audit_executions.increment();
+  return removed;
+}
+
+Session* SessionManager::create_session(const StartPacket& packet, int& error) {
+  error = 0;
+  return create_or_null<Session>(packet, now_us());
+}
+
+void SessionManager::on_session_created(rc_ptr<Session>, StartPacket&) {}
+void SessionManager::on_session_media(rc_ptr<Session>, DataPacket&) {}
+void SessionManager::on_session_control(rc_ptr<Session>, ControlPacket&) {}
+void SessionManager::on_session_terminated(rc_ptr<Session>, TerminatePacket&) {}
+void SessionManager::on_session_timedout(rc_ptr<Session>) {}
+
+void SessionManager::insert(const rc_ptr<Session>& session) {
+  session->m_audit_position = m_audit_list.insert(m_audit_list.end(), session);
+  m_sessions.emplace(session->m_id, session);
+  m_statistic->sessions.set(m_sessions.size());
+}
+
+void SessionManager::register_session(Session* session, StartPacket& packet) {
+  const rc_ptr<Session> registered(session);
+  insert(registered);
+  on_session_created(registered, packet);
+}
+
+void SessionManager::report_failed_allocation(const PacketHeader& header) {
+  m_statistic->allocation_errors.increment();
+  CV_LOG(ErrorMessage) << "SESSION_MANAGER: Session " << uuid_text(header.uuid)
+                       << " allocation failed";
+}
+
+Session* SessionManager::setup_zombie(const PacketHeader& header) {
+  Session* zombie = create_or_null<Session>(Session::Zombie(), header, now_us());
+  if (zombie == nullptr) {
+    m_statistic->allocation_errors.increment();
+    CV_LOG(ErrorMessage) << "SESSION_MANAGER: Zombie session " << uuid_text(header.uuid)
+                         << " allocation failed";
+    return nullptr;
+  }
+  insert(rc_ptr<Session>(zombie));
+  m_statistic->zombies.increment();
+  return zombie;
+}
+
+bool SessionManager::accept_sequence(Session& session, const DataPacket& packet) {
+  uint32_t& last = session.m_last_seq[packet.side()];
+  if (last != 0 && packet.seq <= last) {
+    m_statistic->sequence_break_errors.increment();
+    return false;
+  }
+  if (last != 0) m_statistic->lost_packets.add(packet.seq - 1 - last);
+  last = packet.seq;
+  return true;
+}
+
+// Media time carried onto the monotonic clock. Unsigned, because it comes from the network: it may
+// lie anywhere, and wraps instead of overflowing.
+void SessionManager::refresh(Session& session, uint64_t mt) {
+  const uint64_t base_us = static_cast<uint64_t>(session.m_created_us) - session.m_start_mt;
+  session.m_last_activity_us = static_cast<int64_t>(base_us + mt);
+  m_audit_list.splice(m_audit_list.end(), m_audit_list, session.m_audit_position);
+}
+
+void SessionManager::erase_session(SessionMap::iterator entry) {
+  if (entry == m_sessions.end()) {
+    CV_LOG(ErrorMessage) << "SESSION_MANAGER: Trying to remove empty iterator";
+    return;
+  }
+  const rc_ptr<Session> session = std::move(entry->second);
+  m_sessions.erase(entry);
+  m_statistic->sessions.set(m_sessions.size());
+  if (!session) {
+    CV_LOG(ErrorMessage)
+        << "SESSION_MANAGER: Trying to remove null session (while iterator is valid)";
+    return;
+  }
+  m_audit_list.erase(session->m_audit_position);
+  session->m_audit_position = m_audit_list.end();
+  if (session->m_zombie) decrease_zombie_counter(1);
+}
+
+bool SessionManager::audit() {
+  const int64_t now = now_us();
+  std::size_t removed = 0;
+  unsigned long removed_zombies = 0;
+  while (removed < max_removals_per_audit && !m_audit_list.empty()) {
+    const rc_ptr<Session> session = m_audit_list.front();
+    if (session && !timed_out(*session, now)) break;
+    m_audit_list.pop_front();
+    ++removed;
+    if (!session) {
+      CV_LOG(ErrorMessage)
+          << "SESSION_MANAGER: Trying to remove null session (while audit iterator is valid)";
+      continue;
+    }
+    if (session->m_zombie) ++removed_zombies;
+    remove_timed_out(session, now);
+  }
+  m_statistic->sessions.set(m_sessions.size());
+  decrease_zombie_counter(removed_zombies);
+  return removed > 0;
+}
+
+void SessionManager::remove_timed_out(const rc_ptr<Session>& session, int64_t now) {
+  session->m_audit_position = m_audit_list.end();
+  m_sessions.erase(session->m_id);
+  if (!session->m_zombie) on_session_timedout(session);
+  CV_LOG(WarningMessage) << "SESSION_MANAGER: Timeout for session " << uuid_text(session->m_uuid)
+                         << ": " << session->m_last_activity_us << " " << now;
+}
+
+bool SessionManager::timed_out(const Session& session, int64_t now) {
+  const auto last_activity_us = static_cast<uint64_t>(session.m_last_activity_us);
+  return last_activity_us + timeout_us <= static_cast<uint64_t>(now);
+}
+
+void SessionManager::decrease_zombie_counter(unsigned long removed) {
+  const uint64_t zombies = m_statistic->zombies.get();
+  if (zombies < removed) {
+    CV_LOG(WarningMessage) << "SESSION_MANAGER: Statistic corruption detected:: current zombies ("
+                           << zombies << "), actually removed (" << removed << ")";
+  }
+  m_statistic->zombies.set(zombies < removed ? 0 : zombies - removed);
+}
+
+std::string unknown_session_text(const DataPacket& packet) {
+  std::ostringstream text;
+  text << "DATA  | mt: " << packet.mt << ", uuid: " << uuid_text(packet.uuid)
+       << ", side: " << packet.side() << ", seq: " << packet.seq << " | unknown session";
+  return text.str();
+}
+
+std::string unknown_session_text(const ControlPacket& packet) {
+  std::ostringstream text;
+  text << "CTRL  | mt: " << packet.mt << ", uuid: " << uuid_text(packet.uuid)
+       << " | unknown session";
+  return text.str();
+}
+
+std::string unknown_session_text(const TerminatePacket& packet) {
+  std::ostringstream text;
+  text << "TERM  | mt: " << packet.mt << ", uuid: " << uuid_text(packet.uuid)
+       << " | unknown session";
+  return text.str();
+}
+
+}  // namespace cv::media

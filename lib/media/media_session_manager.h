@@ -1,0 +1,104 @@
+// One session a call: opened by START, refreshed by DATA and CTRL, closed by TERM or by 300 seconds
+// without traffic.
+//
+// A call that is to be ignored (unknown, or refused by create_session) is held as a zombie, which
+// absorbs the call's packets until it ends; no hook is ever called for a zombie.
+//
+// Invariants:
+// 1. Every session of m_sessions stands in m_audit_list exactly once and knows its position there.
+// 2. m_audit_list is in order of last refresh, the oldest at the front. An audit looks at the front
+//    only and removes a bounded number of sessions, so that no call takes long.
+// Threads: all operations and hooks run on the packet reader's thread.
+// Failure: counted, logged, and the manager stays consistent.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "core/clock.h"
+#include "core/counter.h"
+#include "core/statistic_container.h"
+#include "media/media_packet_reader.h"
+#include "media/media_session.h"
+
+namespace cv::media {
+
+struct SessionManagerStatistic {
+  Counter sessions;               // entries now, zombies included
+  Counter zombies;                // zombies now
+  Counter existing_index_errors;  // START for a key that has a live session
+  Counter allocation_errors;      // a session or zombie could not be allocated
+  Counter unknown_index_errors;   // DATA, CTRL or TERM for an unknown key
+  Counter lost_packets;           // DATA missing in a side's sequence
+  Counter sequence_break_errors;  // DATA at or below the side's last sequence number
+  Counter audit_calls;            // audits started
+  Counter audit_executions;       // audits that removed a session
+};
+
+class SessionManager : public PacketReaderListener,
+                       public StatisticContainer<SessionManagerStatistic> {
+ public:
+  static constexpr int64_t timeout_us = 300000000;
+  static constexpr std::size_t max_removals_per_audit = 10;
+  /// Above this many sessions a reader that never runs idle audits too.
+  static constexpr std::size_t busy_audit_sessions = 10000;
+
+  /// Neither is owned; both outlive the manager.
+  explicit SessionManager(SessionManagerStatistic& statistic, const IClock& clock = steady_clock());
+
+  void on_packet(StartPacket& packet) override;
+  void on_packet(TerminatePacket& packet) override;
+  void on_packet(DataPacket& packet) override;
+  void on_packet(ControlPacket& packet) override;
+  void on_packet_try() override;
+  bool on_packet_idle() override;
+
+  ~SessionManager() override = default;
+
+ protected:
+  /// Null with `error` 0: no memory. Null with `error` non-zero: the call is refused.
+  virtual Session* create_session(const StartPacket& packet, int& error);
+
+  virtual void on_session_created(rc_ptr<Session> session, StartPacket& packet);
+  /// For DATA in sequence only.
+  virtual void on_session_media(rc_ptr<Session> session, DataPacket& packet);
+  virtual void on_session_control(rc_ptr<Session> session, ControlPacket& packet);
+  /// The session has already left the tables, as it has for a time-out.
+  virtual void on_session_terminated(rc_ptr<Session> session, TerminatePacket& packet);
+  virtual void on_session_timedout(rc_ptr<Session> session);
+
+  int64_t now_us() const { return m_clock.now_us(); }
+
+  using SessionMap = std::unordered_map<uint64_t, rc_ptr<Session>>;
+
+  void erase_session(SessionMap::iterator entry);
+  bool audit();
+  void decrease_zombie_counter(unsigned long removed);
+
+  SessionMap m_sessions;
+  AuditList m_audit_list;
+
+ private:
+  /// Enters a session into both tables.
+  void insert(const rc_ptr<Session>& session);
+  void register_session(Session* session, StartPacket& packet);
+  void revive_zombie(SessionMap::iterator entry, StartPacket& packet);
+  void report_failed_allocation(const PacketHeader& header);
+  Session* setup_zombie(const PacketHeader& header);
+  /// False: the packet repeats an older one and is to be dropped.
+  bool accept_sequence(Session& session, const DataPacket& packet);
+  void refresh(Session& session, uint64_t mt);
+  static bool timed_out(const Session& session, int64_t now);
+  void remove_timed_out(const rc_ptr<Session>& session, int64_t now);
+
+  const IClock& m_clock;
+};
+
+/// The text of the warning about a packet whose call is not known.
+std::string unknown_session_text(const DataPacket& packet);
+std::string unknown_session_text(const ControlPacket& packet);
+std::string unknown_session_text(const TerminatePacket& packet);
+
+}  // namespace cv::media
