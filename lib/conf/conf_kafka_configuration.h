@@ -1,0 +1,10 @@
+// The Kafka settings of a service, in a file of their own because several services share it.
+#pragma once
+
+#include "conf/conf_extensions.h"
+
+namespace cv::conf {
+
+class KafkaConfiguration : public KafkaExtenstion<Configuration> {};
+
+}  // namespace cv::conf

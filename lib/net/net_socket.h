@@ -1,0 +1,74 @@
+// An IPv4 UDP socket, for receiving media and for sending reports.
+//
+// Receiving waits for a datagram, and for an interrupt descriptor beside it when one was set. A
+// signal that arrives between a look at the stop flag and the wait makes that descriptor readable
+// and thus ends the wait at once: no signal is ever slept over.
+//
+// Threads: one thread at a time. Ownership: the object owns its descriptor and its buffer, and
+// borrows the interrupt descriptor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <netinet/in.h>
+#include <utility>
+
+namespace cv::net {
+
+class Socket {
+ public:
+  /// Room for the largest datagram there can be.
+  struct Buffer {
+    unsigned char data[65536];
+    uint64_t length = 0;  // bytes received
+  };
+
+  Socket() = default;
+  /// A socket that receives.
+  explicit Socket(std::unique_ptr<Buffer> buffer) : read_buffer(std::move(buffer)) {}
+  virtual ~Socket();
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  /// Binds to `port` and `address` (both host byte order; 0 for any). True at once when already
+  /// open. A failure is logged; when it was the bind that failed, close() is still needed before
+  /// another try.
+  bool open(int port, unsigned int address);
+
+  /// Ends every wait of read() while `descriptor` is readable (-1: none). `on_interrupted` is called
+  /// on the reading thread before such a read returns; it is to make the descriptor unreadable.
+  void set_interrupt(int descriptor, std::function<void()> on_interrupted);
+
+  /// Waits for one datagram; its length in bytes, cut to `size`. 0 when interrupted (or when the
+  /// datagram was empty). Any other failure means that the node has lost its ears: it is logged and
+  /// ends the process with status -1.
+  std::size_t read(unsigned char* buffer, std::size_t size);
+
+  /// The socket's own buffer, which must be there. Receives nothing.
+  Buffer& read();
+
+  /// Sends one datagram; true also for nothing to send. A failure is logged.
+  bool send(const sockaddr_in& to, const char* data, std::size_t size);
+
+  void close();
+
+  /// -1 while closed.
+  int descriptor() const { return m_descriptor; }
+  /// The port bound to, in host byte order; 0 while closed.
+  uint16_t local_port() const;
+
+  std::unique_ptr<Buffer> read_buffer;
+
+ private:
+  bool wait_for_data();
+  std::size_t interrupted();
+  [[noreturn]] void fail_read(int error);
+
+  int m_descriptor = -1;
+  int m_interrupt_descriptor = -1;
+  std::function<void()> m_on_interrupted;
+};
+
+}  // namespace cv::net
