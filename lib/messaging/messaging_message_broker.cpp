@@ -1,0 +1,407 @@
+#include "messaging/messaging_message_broker.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+#include <zlib.h>
+
+#include "core/thread.h"
+#include "log/log.h"
+
+namespace cv::messaging {
+
+namespace {
+
+using std::chrono::milliseconds;
+using Buffer = std::unique_ptr<unsigned char, decltype(&std::free)>;
+
+constexpr milliseconds startup_timeout{10000};
+constexpr milliseconds startup_slice{50};
+constexpr int delivery_timeout_ms = 5000;
+constexpr int queue_full_poll_ms = 1000;
+constexpr int shutdown_flush_ms = 10000;
+constexpr int library_destroyed_ms = 5000;
+constexpr int broker_query_ms = 1000;
+constexpr uint64_t default_consume_timeout_ms = 1000;
+constexpr int produce_attempts = 3;
+constexpr int topic_checks = 5;
+constexpr milliseconds topic_check_interval{100};
+constexpr size_t max_inflation = 10;
+
+// `value` is a text or a pointer to the callback interface that the property names.
+template <typename Value>
+bool set_property(RdKafka::Conf& conf, const char* name, Value value) {
+  std::string error;
+  if (conf.set(name, value, error) == RdKafka::Conf::CONF_OK) return true;
+  CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to setup \"" << name << "\": " << error;
+  return false;
+}
+
+template <typename Items, typename Print>
+std::string join(const Items& items, Print print) {
+  std::ostringstream text;
+  const char* separator = "";
+  for (const auto& item : items) {
+    text << separator << '[';
+    print(text, item);
+    text << ']';
+    separator = ", ";
+  }
+  return text.str();
+}
+
+void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition) {
+  out << partition->topic() << '/' << partition->partition();
+}
+
+}  // namespace
+
+MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::move(settings)) {
+  start_consumer();
+  start_producer();
+}
+
+MessageBroker::~MessageBroker() {
+  stop_consumer();
+  stop_producer();
+  RdKafka::wait_destroyed(library_destroyed_ms);
+}
+
+// The producer has no event callback on purpose. Its error events would wait in the library's queue
+// until the next send polls it, during a long outage without bound, and then come out stale; the
+// consumer, which is polled all the time, reports the same outage as it happens. The price is that
+// the library writes the producer's own notices to standard error in its own layout.
+void MessageBroker::start_producer() {
+  const std::unique_ptr<RdKafka::Conf> conf(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
+  if (!set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
+      !set_property(*conf, "dr_cb", static_cast<RdKafka::DeliveryReportCb*>(this))) {
+    return;
+  }
+  std::string error;
+  m_producer = RdKafka::Producer::create(conf.get(), error);
+  if (m_producer == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create producer: " << error;
+  }
+}
+
+void MessageBroker::stop_producer() {
+  if (m_producer == nullptr) return;
+  m_producer->flush(shutdown_flush_ms);
+  if (const int count = m_producer->outq_len(); count > 0) {
+    CV_LOG(WarningMessage) << "MESSAGE_BROKER: losing data as (" << count
+                           << ") message(s) were not delivered";
+  }
+  delete m_producer;
+  m_producer = nullptr;
+}
+
+void MessageBroker::send(std::string topic, const unsigned char* data, size_t size) {
+  if (unsigned char* body = compress(data, size)) publish(topic, body, size);
+}
+
+void MessageBroker::send_compressed(const std::string& topic, const unsigned char* body,
+                                    size_t size) {
+  auto* copy = static_cast<unsigned char*>(std::malloc(size));
+  if (copy != nullptr) publish(topic, std::copy(body, body + size, copy) - size, size);
+}
+
+void MessageBroker::publish(const std::string& topic, unsigned char* owned_body, size_t size) {
+  Buffer body(owned_body, &std::free);
+  if (m_producer == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic
+                         << "]; there is no producer";
+    return;
+  }
+  for (int attempt = 0; attempt < produce_attempts; ++attempt) {
+    const RdKafka::ErrorCode code = produce(topic, body.get(), size);
+    if (code == RdKafka::ERR_NO_ERROR) {
+      // An accepted body is the library's: it frees it after delivery.
+      (void)body.release();
+      const RdKafka::ErrorCode flushed = m_producer->flush(delivery_timeout_ms);
+      if (flushed != RdKafka::ERR_NO_ERROR) {
+        CV_LOG(WarningMessage) << "MESSAGE_BROKER: message may not be sent to [" << topic
+                               << "]; error (" << flushed << "): " << RdKafka::err2str(flushed);
+      }
+      return;
+    }
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic << "]; error ("
+                         << code << "): " << RdKafka::err2str(code);
+    if (code != RdKafka::ERR__QUEUE_FULL) return;
+    m_producer->poll(queue_full_poll_ms);
+  }
+}
+
+RdKafka::ErrorCode MessageBroker::produce(const std::string& topic, unsigned char* body,
+                                          size_t size) {
+  return m_producer->produce(topic, RdKafka::Topic::PARTITION_UA, RdKafka::Producer::RK_MSG_FREE,
+                             body, size, nullptr, 0, 0, nullptr);
+}
+
+void MessageBroker::dr_cb(RdKafka::Message& message) {
+  if (message.err() == RdKafka::ERR_NO_ERROR) {
+    CV_LOG(InfoMessage) << "MESSAGE_BROKER: message delivered to " << message.topic_name() << '['
+                        << message.partition() << "] at offset (" << message.offset() << ')';
+  } else {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: message delivery failed to " << message.topic_name()
+                         << '[' << message.partition() << "], error: " << message.errstr();
+  }
+}
+
+unsigned char* MessageBroker::compress(const unsigned char* data, size_t& size) {
+  uLongf length = ::compressBound(size);
+  Buffer body(static_cast<unsigned char*>(std::calloc(1, length)), &std::free);
+  const int result = body == nullptr ? Z_MEM_ERROR : ::compress(body.get(), &length, data, size);
+  if (result != Z_OK) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: message compressing error (" << result << ')';
+    return nullptr;
+  }
+  size = length;
+  return body.release();
+}
+
+unsigned char* MessageBroker::decompress(const unsigned char* data, size_t& size) {
+  uLongf length = max_inflation * size;
+  // One byte at least: an empty body is zlib's error to report, not the allocator's.
+  Buffer body(static_cast<unsigned char*>(std::calloc(1, length + 1)), &std::free);
+  const int result = body == nullptr ? Z_MEM_ERROR : ::uncompress(body.get(), &length, data, size);
+  if (result != Z_OK) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: message decompressing error (" << result << ')';
+    return nullptr;
+  }
+  size = length;
+  return body.release();
+}
+
+void MessageBroker::start_consumer() {
+  if (m_settings.topics.empty()) return;
+  const auto deadline = std::chrono::system_clock::now() + startup_timeout;
+  const std::future<void> ready = m_consumer_ready.get_future();
+  m_running = true;
+  {
+    const BlockedSignals blocked;
+    m_thread = std::thread(&MessageBroker::consumer_loop, this);
+  }
+  while (ready.wait_for(startup_slice) != std::future_status::ready) {
+    if (m_settings.interrupted && m_settings.interrupted()) return;
+    if (!m_running || std::chrono::system_clock::now() >= deadline) {
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: consumer startup failed";
+      return;
+    }
+  }
+  const auto print = [](std::ostream& out, const std::string& topic) { out << topic; };
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: subscribed for " << join(m_settings.topics, print)
+                        << " topic(s)";
+}
+
+void MessageBroker::stop_consumer() {
+  if (m_settings.topics.empty()) return;
+  m_running = false;
+  if (m_thread.joinable() && m_thread.get_id() != std::this_thread::get_id()) {
+    m_thread.join();
+  } else {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: trying to stop consumer thread from itself! Possible "
+                            "memory leak!!!";
+  }
+}
+
+bool MessageBroker::create_consumer() {
+  const std::unique_ptr<RdKafka::Conf> conf(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
+  if (conf == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer configuration";
+    return false;
+  }
+  if (!set_property(*conf, "rebalance_cb", static_cast<RdKafka::RebalanceCb*>(this)) ||
+      !set_property(*conf, "enable.partition.eof", "true") ||
+      !set_property(*conf, "allow.auto.create.topics", "true") ||
+      !set_property(*conf, "group.id", m_settings.group_id) ||
+      !set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
+      !set_property(*conf, "event_cb", static_cast<RdKafka::EventCb*>(this))) {
+    return false;
+  }
+  const std::unique_ptr<RdKafka::Conf> topic_conf(RdKafka::Conf::create(RdKafka::Conf::CONF_TOPIC));
+  if (topic_conf == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create topic configuration";
+    return false;
+  }
+  if (!set_property(*topic_conf, "auto.offset.reset", "latest") ||
+      !set_property(*conf, "default_topic_conf",
+                    static_cast<const RdKafka::Conf*>(topic_conf.get()))) {
+    return false;
+  }
+  std::string error;
+  m_consumer = RdKafka::KafkaConsumer::create(conf.get(), error);
+  if (m_consumer == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer: " << error;
+    return false;
+  }
+  // Without its topics the consumer still reports errors and time-outs.
+  const RdKafka::ErrorCode code = m_consumer->subscribe(m_settings.topics);
+  if (code != RdKafka::ERR_NO_ERROR) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: consumer topics subscribe failed, error (" << code
+                         << "): " << RdKafka::err2str(code);
+  }
+  return true;
+}
+
+void MessageBroker::consumer_loop() {
+  const long id = kernel_thread_id();
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: messages listening thread [" << id << "] started";
+  if (create_consumer()) {
+    const int timeout_ms = static_cast<int>(
+        m_settings.consume_timeout == 0 ? default_consume_timeout_ms : m_settings.consume_timeout);
+    bool unknown_topic_seen = false;
+    while (m_running) consume_one(timeout_ms, unknown_topic_seen);
+    m_consumer->close();
+    delete m_consumer;
+    m_consumer = nullptr;
+  } else {
+    // Tells the constructor that there is nothing left to wait for.
+    m_running = false;
+  }
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: messages listening thread [" << id << "] stopped";
+}
+
+void MessageBroker::consume_one(int timeout_ms, bool& unknown_topic_seen) {
+  const std::unique_ptr<RdKafka::Message> message(m_consumer->consume(timeout_ms));
+  if (message->err() == RdKafka::ERR_UNKNOWN_TOPIC_OR_PART && !unknown_topic_seen) {
+    unknown_topic_seen = true;
+    if (reload_unknown_topic(message->topic_name())) return;
+  }
+  handle_message(message.get());
+}
+
+bool MessageBroker::reload_unknown_topic(const std::string& topic) {
+  CV_LOG(WarningMessage) << "MESSAGE_BROKER: topic [" << topic
+                         << "] is unknown, let's check the one has been already created at broker";
+  bool exists = false;
+  for (int check = 0; check < topic_checks && !exists && m_running; ++check) {
+    std::this_thread::sleep_for(topic_check_interval);
+    exists = is_topic_exist_at_broker(topic);
+  }
+  if (!exists) return false;
+
+  CV_LOG(InfoMessage) << "MESSAGE_BROKER: topic [" << topic
+                      << "] exist at broker, let's resubscribe to reload the topic";
+  m_consumer->unsubscribe();
+  const RdKafka::ErrorCode code = m_consumer->subscribe(m_settings.topics);
+  if (code == RdKafka::ERR_NO_ERROR) {
+    CV_LOG(InfoMessage) << "MESSAGE_BROKER: topics resubscribed successfully";
+  } else {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to resubscribe topics, error (" << code
+                         << "): " << RdKafka::err2str(code);
+    m_running = false;
+  }
+  return true;
+}
+
+void MessageBroker::handle_message(RdKafka::Message* message) {
+  switch (message->err()) {
+    case RdKafka::ERR_NO_ERROR:
+      if (m_settings.on_message) {
+        size_t size = message->len();
+        const Buffer plain(decompress(static_cast<const unsigned char*>(message->payload()), size),
+                           &std::free);
+        if (plain != nullptr) m_settings.on_message(plain.get(), size);
+      }
+      break;
+    case RdKafka::ERR__TIMED_OUT:
+      if (m_settings.on_timeout) m_settings.on_timeout();
+      break;
+    case RdKafka::ERR__PARTITION_EOF:
+      if (log::Logger::m_instance.level >= log::Level::TRACE) {
+        CV_LOG(TraceMessage) << "MESSAGE_BROKER: EOF reached for partition ["
+                             << message->partition() << ']';
+      }
+      break;
+    default:
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: message receiving error (" << message->err()
+                           << "): \"" << message->errstr() << '"';
+  }
+}
+
+void MessageBroker::rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::ErrorCode code,
+                                 std::vector<RdKafka::TopicPartition*>& partitions) {
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: rebalance \"" << RdKafka::err2str(code) << "\": "
+                        << (partitions.empty() ? "(no partitions)"
+                                               : join(partitions, &print_partition));
+  if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
+    consumer->unassign();
+    return;
+  }
+  if (m_first_assignment.exchange(false)) {
+    sync_offsets(partitions, broker_query_ms);
+    m_consumer_ready.set_value();
+  }
+  consumer->assign(partitions);
+  m_assignments.fetch_add(1, std::memory_order_release);
+}
+
+void MessageBroker::sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions,
+                                 int timeout_ms) {
+  for (RdKafka::TopicPartition* partition : partitions) {
+    std::ostringstream name;
+    print_partition(name, partition);
+    int64_t low = 0;
+    int64_t high = 0;
+    const RdKafka::ErrorCode code = m_consumer->query_watermark_offsets(
+        partition->topic(), partition->partition(), &low, &high, timeout_ms);
+    if (code != RdKafka::ERR_NO_ERROR) {
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to receive offset for [" << name.str()
+                           << "]: error (" << code << "): \"" << RdKafka::err2str(code) << '"';
+    } else if (high <= partition->offset()) {
+      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str()
+                            << "] is not required; current is (" << partition->offset()
+                            << "), received is (" << high << ')';
+    } else {
+      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str() << "] from ("
+                            << partition->offset() << ") to (" << high << ')';
+      partition->set_offset(high);
+    }
+  }
+}
+
+bool MessageBroker::is_topic_exist_at_broker(const std::string& topic) {
+  RdKafka::Metadata* received = nullptr;
+  const RdKafka::ErrorCode code = m_consumer->metadata(false, nullptr, &received, broker_query_ms);
+  const std::unique_ptr<RdKafka::Metadata> metadata(received);
+  if (code != RdKafka::ERR_NO_ERROR) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to receive metadata from broker: error ("
+                         << code << "): \"" << RdKafka::err2str(code) << '"';
+    return false;
+  }
+  if (metadata == nullptr || metadata->topics() == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: metadata or metadata topics do not exist";
+    return false;
+  }
+  for (const RdKafka::TopicMetadata* known : *metadata->topics()) {
+    if (known->topic() == topic) return true;
+  }
+  return false;
+}
+
+void MessageBroker::event_cb(RdKafka::Event& event) {
+  switch (event.type()) {
+    case RdKafka::Event::EVENT_ERROR:
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: " << (event.fatal() ? "FATAL" : "") << " error ("
+                           << RdKafka::err2str(event.err()) << "): " << event.str();
+      break;
+    case RdKafka::Event::EVENT_STATS:
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: STAT: " << event.str();
+      break;
+    case RdKafka::Event::EVENT_LOG:
+      CV_LOG(InfoMessage) << "MESSAGE_BROKER: LOG-" << event.severity() << '-' << event.fac()
+                          << ": " << event.str();
+      break;
+    case RdKafka::Event::EVENT_THROTTLE:
+      CV_LOG(InfoMessage) << "MESSAGE_BROKER: THROTTLED: " << event.throttle_time() << "ms by "
+                          << event.broker_name() << "(id: " << event.broker_id() << ')';
+      break;
+    default:
+      CV_LOG(InfoMessage) << "MESSAGE_BROKER: event (" << event.type() << ") \""
+                          << RdKafka::err2str(event.err()) << "\": " << event.str();
+  }
+}
+
+}  // namespace cv::messaging
