@@ -1,0 +1,115 @@
+#include "audio/audio_segment_detector.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using cv::audio::Segment;
+using cv::audio::SegmentDetectionOptions;
+using cv::audio::SegmentDetector;
+using cv::audio::SpectrumFrame;
+
+/// Writes each event as "<type><offset>@<frame>".
+struct Events : cv::audio::SegmentDetectorCallback {
+  void on_segment_data(const Segment& segment, void* user) override {
+    const auto& frame = *static_cast<const SpectrumFrame*>(user);
+    const char* type = segment.type == 1 ? "start " : segment.type == 3 ? "end " : "? ";
+    texts.push_back(type + std::to_string(segment.offset) + "@" + std::to_string(frame.index));
+  }
+  std::vector<std::string> texts;
+};
+
+SegmentDetectionOptions with_hits(uint64_t activity_hits, uint64_t silence_hits) {
+  SegmentDetectionOptions options;
+  options.activity_hits = activity_hits;
+  options.silence_hits = silence_hits;
+  return options;
+}
+
+TEST(SegmentDetector, CountsRunsOfActiveAndSilentFrames) {
+  struct Case {
+    SegmentDetectionOptions options;
+    uint64_t first_index;
+    std::string frames;  // '#' active, '.' silent
+    std::vector<std::string> events;
+  };
+  const SegmentDetectionOptions defaults;
+  const Case cases[] = {
+      {defaults, 40, "#####", {"start 40@44"}},
+      {defaults, 40, "####", {}},
+      {defaults, 40, "##..###", {"start 40@46"}},
+      {defaults, 40, "#..#..#..#..#", {"start 40@52"}},
+      {defaults, 40, "##........#####", {"start 50@54"}},
+      {defaults, 41, "##...#####", {"start 46@50"}},
+      {defaults, 50, "##########...", {"start 50@54", "end 61@62"}},
+      {defaults, 50, "##########..#.....", {"start 50@54", "end 64@65"}},
+      {defaults, 0, "#####.......#####...", {"start 0@4", "end 6@7", "start 12@16", "end 18@19"}},
+      {defaults, 0, "....", {}},
+      {defaults, 0, "####################", {"start 0@4"}},
+      {with_hits(0, 2), 0, "##########...##", {}},
+      {with_hits(1, 2), 7, "#", {"start 7@7"}},
+      {with_hits(2, 0), 10, "##.##.", {"start 10@11", "end 13@12", "start 13@14", "end 16@15"}},
+      {with_hits(2, 0), 10, "#.#.#.", {}},
+  };
+  for (const Case& c : cases) {
+    SegmentDetector detector(c.options);
+    Events events;
+    SpectrumFrame frame;
+    frame.index = c.first_index;
+    for (const char kind : c.frames) {
+      frame.amplitude = kind == '#' ? 10 : 0;
+      frame.deviation = 300;
+      detector.handle_frame(frame, events, &frame);
+      ++frame.index;
+    }
+    EXPECT_EQ(events.texts, c.events) << c.frames << " from " << c.first_index;
+  }
+}
+
+TEST(SegmentDetector, TellsActiveFramesFromSilentOnes) {
+  struct Case {
+    double amplitude, deviation, power, entropy;
+    bool active;
+  };
+  const Case cases[] = {
+      {0.5, 300, 1e6, 0, false},       {1.0, 256, 0, 1, true},     {0.9999, 256, 0, 1, false},
+      {10, 300, 0, 1, true},           {10, 255.9, 0, 1, false},   {10, 10, 1000, 0.7, true},
+      {10, 10, 1000, 0.8, false},      {10, 10, 1000, 0.75, true}, {10, 10, 1.0, 0, false},
+      {10, 10, 5.6, 0, false},         {10, 10, 5.7, 0, true},     {10, 10, 0.5, 0, false},
+      {32768, 255, 1e9, 0.999, false},
+  };
+  for (const Case& c : cases) {
+    SegmentDetector detector(with_hits(1, 2));
+    Events events;
+    SpectrumFrame frame;
+    frame.amplitude = c.amplitude;
+    frame.deviation = c.deviation;
+    frame.power = c.power;
+    frame.entropy = c.entropy;
+    detector.handle_frame(frame, events, &frame);
+    EXPECT_EQ(events.texts.size(), c.active ? 1u : 0u)
+        << c.amplitude << " " << c.deviation << " " << c.power << " " << c.entropy;
+  }
+}
+
+TEST(SegmentDetector, TakesAnyLoudEnoughFrameForActiveWithoutAPowerThreshold) {
+  SegmentDetectionOptions options = with_hits(1, 2);
+  options.pow_threshold = 0;
+  SegmentDetector detector;
+  detector.set_options(options);
+  Events events;
+  SpectrumFrame frame;
+  frame.amplitude = 1;
+  frame.power = 0.5;
+  detector.handle_frame(frame, events, &frame);
+  EXPECT_EQ(events.texts, std::vector<std::string>{"start 0@0"});
+
+  detector = SegmentDetector();
+  EXPECT_EQ(detector.options().pow_threshold, 0.75);
+  detector.handle_frame(frame, events, &frame);
+  EXPECT_EQ(events.texts.size(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,23 @@
+// Recorded speech for tests and benchmarks: the telephone prompts of the Debian package
+// asterisk-core-sounds-en-wav, 8,000 samples a second, 16 bits, one channel.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace cv::test {
+
+struct Recording {
+  std::string name;
+  std::vector<int16_t> samples;
+};
+
+/// The samples of a WAV file; throws std::runtime_error when it has another format.
+std::vector<int16_t> read_wav(const std::string& path);
+
+/// All prompts that have at least `least_samples`, by name; throws std::runtime_error when the package
+/// is not installed.
+std::vector<Recording> english_prompts(std::size_t least_samples = 0);
+
+}  // namespace cv::test
