@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <signal.h>
 #include <string>
 #include <vector>
@@ -85,11 +86,12 @@ class ServiceBase {
   std::string m_pid_file;
   bool m_daemonized = false;  // this is the daemon process
   bool m_daemon = false;      // the command line asks for one
-  std::string m_daemon_log_file;
 
  private:
-  int prepare(int argc, char** argv);
+  /// Everything before the main thread's run; a status when the process is to end instead.
+  std::optional<int> prepare(int argc, char** argv);
   int run();
+  int parse_word(WordIterator& current, WordIterator end);
   int parse_value_option(WordIterator& current, WordIterator end);
   void log_command_line(int argc, char** argv) const;
   void go_to_background();

@@ -37,7 +37,7 @@ class SignalRecord {
   int wake_descriptor() const { return m_wake_descriptor; }
   void clear_wake();
 
-  /// Whether take() has something to give. Cheap enough to ask once a packet.
+  /// Whether take() may have something to give. Cheap enough to ask once a packet.
   bool pending() const { return m_claimed.load(std::memory_order_relaxed) != m_taken; }
   /// The oldest number not taken yet, or 0.
   int take();
@@ -45,13 +45,13 @@ class SignalRecord {
   uint64_t take_lost();
 
  private:
-  static_assert(std::atomic<uint64_t>::is_always_lock_free &&
-                std::atomic<int>::is_always_lock_free);
+  static_assert(std::atomic<uint64_t>::is_always_lock_free);
 
-  // A handler claims a slot by counting up and then stores into it, so that one interrupting it
-  // in between takes the next slot: order of arrival, no slot twice.
+  // A handler claims an index by counting up and then stores, so that one interrupting it in between
+  // takes the next slot: order of arrival, no slot twice. A slot holds (index + 1) << 8 | number: the
+  // reader thus knows whether it sees its own lap, one still to be stored, or a later one.
   std::atomic<uint64_t> m_claimed{0};
-  std::atomic<int> m_numbers[capacity] = {};
+  std::atomic<uint64_t> m_slots[capacity] = {};
   uint64_t m_taken = 0;
   uint64_t m_lost = 0;
   int m_wake_descriptor = -1;
