@@ -74,8 +74,9 @@ void StatisticService::write_block() const {
 }
 
 void StatisticService::print(std::ostream& out) const {
-  const std::string port = m_port_known ? ":" + std::to_string(m_port) : "";
-  print_section_header(out, "corvanthmedianode" + port + " statistic");
+  std::string title = "corvanthmedianode";
+  if (m_port_known) title.append(":").append(std::to_string(m_port));
+  print_section_header(out, title.append(" statistic"));
   print_empty_line(out);
   print_media_manager(out);
   print_empty_line(out);

@@ -1,6 +1,7 @@
 #include "media/media_packet_writer.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace cv::media {
 
@@ -22,10 +23,9 @@ template <typename Packet>
 bool assemble(const Packet& packet, const void* tail, std::size_t tail_bytes, Datagram& out) {
   out.clear();
   if (sizeof packet + tail_bytes > max_packet_bytes) return false;
-  const auto* head = reinterpret_cast<const unsigned char*>(&packet);
-  const auto* rest = static_cast<const unsigned char*>(tail);
-  out.insert(out.end(), head, head + sizeof packet);
-  if (tail_bytes != 0) out.insert(out.end(), rest, rest + tail_bytes);
+  out.resize(sizeof packet + tail_bytes);
+  std::memcpy(out.data(), &packet, sizeof packet);
+  if (tail_bytes != 0) std::memcpy(out.data() + sizeof packet, tail, tail_bytes);
   return true;
 }
 

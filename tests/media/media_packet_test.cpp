@@ -1,0 +1,139 @@
+#include "media/media_packet.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "media/media_packet_reader.h"
+#include "support/packet_builder.h"
+
+namespace {
+
+using namespace cv::media;
+using cv::test::CallPackets;
+using cv::test::Viewed;
+
+constexpr Uuid uuid = {0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFF};
+constexpr const char* uuid_text = "a0010203-0405-0607-0809-0a0b0c0d0eff";
+const CallPackets call(0x0807060504030201, uuid);
+
+StartFields start_fields() {
+  StartFields fields;
+  fields.features = 0xD8;
+  fields.flags = 0xC1;
+  fields.ts = 0x1112131415161718;
+  fields.sync_ts = 3;
+  fields.sync_mt = 4;
+  fields.rule = 5;
+  fields.report_addr = htonl(0x0A000102);
+  fields.report_port = htons(0x1F90);
+  fields.call_id = "ab";
+  return fields;
+}
+
+constexpr uint64_t mt = 0x0A0B0C0D;
+
+std::string hex(const Datagram& datagram) {
+  std::string text;
+  for (unsigned char byte : datagram) {
+    for (int nibble : {byte >> 4, byte & 15}) text += "0123456789abcdef"[nibble];
+  }
+  return text;
+}
+
+/// The bytes of a header after type, param and flags have been filled in.
+std::string header(const std::string& type, const std::string& param, const std::string& flags) {
+  return "ff00ff00" + type + "02" + param + flags + "0102030405060708" +
+         "a00102030405060708090a0b0c0d0eff" + "0d0c0b0a00000000";
+}
+
+// The wire format byte for byte: it is what sources of another make send.
+TEST(MediaPacket, LiesOnTheWireAsDocumented) {
+  EXPECT_EQ(hex(call.start(start_fields(), mt)),
+            header("81", "d8", "c1") + "1817161514131211" + "0300000000000000" +
+                "0400000000000000" + "0500000000000000" + "0a000102" + "1f90" + "0200" + "6162");
+  EXPECT_EQ(hex(call.data(1, 0x01020304, std::array<int16_t, 2>{-2, -32768}, mt)),
+            header("83", "00", "01") + "04030201" + "00000000" + "0200" + "feff" + "0080");
+  EXPECT_EQ(hex(call.terminate(mt)), header("82", "00", "00"));
+  EXPECT_EQ(hex(call.control(7, mt)), header("84", "07", "00"));
+  EXPECT_EQ(hex(call.feature_update(0x3C, mt)), header("84", "00", "80") + "3c");
+}
+
+TEST(MediaPacket, ViewsReadWhatWasWritten) {
+  const std::array<int16_t, 3> samples = {1, -1, 32767};
+  Viewed<DataPacket> data(call.data(1, 9, samples));
+  EXPECT_EQ(data->side(), 1);
+  EXPECT_EQ(data->num, 3);
+  EXPECT_TRUE(std::equal(samples.begin(), samples.end(), data->samples()));
+
+  auto fields = start_fields();
+  for (const auto& [written, read] : std::vector<std::pair<std::string, std::string>>{
+           {"", ""},
+           {"call", "call"},
+           {std::string("ca\0ll", 5), "ca"},
+           {std::string(1, '\0'), ""},
+           {std::string(max_call_id_bytes, 'x'), std::string(max_call_id_bytes, 'x')}}) {
+    fields.call_id = written;
+    Viewed<StartPacket> start(call.start(fields));
+    EXPECT_EQ(start->call_id(), read);
+  }
+}
+
+TEST(MediaPacket, WriterRefusesWhatDoesNotFitADatagram) {
+  Datagram out;
+  const std::vector<int16_t> samples(max_data_samples + 1);
+  DataFields data;
+  data.samples = std::span(samples).first(max_data_samples);
+  EXPECT_TRUE(write_data(call.key(), 0, data, out));
+  EXPECT_EQ(out.size(), 1376u);
+  data.samples = samples;
+  EXPECT_FALSE(write_data(call.key(), 0, data, out));
+  EXPECT_TRUE(out.empty());
+
+  // A length that 16 bits cannot hold must not come out as a short one.
+  const std::string call_id(65536, 'x');
+  StartFields start;
+  start.call_id = call_id;
+  EXPECT_FALSE(write_start(call.key(), 0, start, out));
+}
+
+TEST(MediaPacket, FeatureLettersNameEachBit) {
+  const std::vector<std::pair<uint8_t, const char*>> table = {
+      {0x00, "------"}, {0xFF, "RRSSAA"}, {0x80, "R-----"}, {0x40, "-R----"}, {0x20, "--S---"},
+      {0x10, "---S--"}, {0x08, "----A-"}, {0x04, "-----A"}, {0x03, "------"},
+  };
+  for (const auto& [features, letters] : table) EXPECT_EQ(feature_letters(features), letters);
+}
+
+TEST(MediaPacket, TraceLines) {
+  const std::string id(uuid_text);
+  auto fields = start_fields();
+  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
+            "START | mt: 77, v: 2, f: RN, uuid: " + id +
+                ", ts: 1230066625199609624, leg: outbound, call id: ab, id: 578437695752307201, "
+                "sync ts: 3, sync mt: 4, ft: RR-SA-, rule: 5");
+  fields.flags = 0;
+  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
+            "START | mt: 77, v: 2, f: --, uuid: " + id +
+                ", ts: 1230066625199609624, leg: inbound, call id: ab, id: 578437695752307201, "
+                "sync ts: 3, sync mt: 4, ft: RR-SA-");
+
+  Viewed<TerminatePacket> term(call.terminate(78));
+  term->flags = 200;
+  EXPECT_EQ(trace_text(*term), "TERM  | mt: 78, v: 2, f: 200, uuid: " + id);
+
+  Viewed<DataPacket> data(call.data(1, 4294967295, std::array<int16_t, 2>{}, 79));
+  data->off = 160;
+  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: -, uuid: " + id +
+                                   ", side: 1, seq: 4294967295, num: 2, off: 160");
+  data->param = 0xFF;
+  data->flags = 0xFE;
+  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: S, uuid: " + id +
+                                   ", side: 0, seq: 4294967295, num: 2, off: 160");
+
+  EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.control(3, 80))),
+            "CTRL  | mt: 80, v: 2, f: 0, c: 3, uuid: " + id);
+  EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.feature_update(0x34, 80))),
+            "CTRL  | mt: 80, v: 2, f: 128, c: 0, uuid: " + id + ", ft: --SS-A");
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+// Calls and their datagrams for tests, and views of datagrams as packets.
+#pragma once
+
+#include <cstring>
+#include <vector>
+
+#include "core/buffer.h"
+#include "media/media_packet.h"
+#include "media/media_packet_writer.h"
+
+namespace cv::test {
+
+using media::Datagram;
+
+/// The packets of one call; each operation returns a whole datagram. Times are media time.
+class CallPackets {
+ public:
+  /// Calls of different numbers differ in id and uuid; `number` is the id and the uuid's last byte.
+  explicit CallPackets(uint8_t number = 1) {
+    m_call.id = number;
+    m_call.uuid = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
+                   0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, number};
+  }
+  CallPackets(uint64_t id, const media::Uuid& uuid) : m_call{id, uuid} {}
+
+  const media::CallKey& key() const { return m_call; }
+
+  Datagram start(const media::StartFields& fields, uint64_t mt_us = 0) const {
+    Datagram out;
+    media::write_start(m_call, mt_us, fields, out);
+    return out;
+  }
+  /// Both analyses on, for both sides.
+  Datagram start(uint64_t mt_us = 0) const {
+    media::StartFields fields;
+    fields.features = media::features_sample_detection | media::features_activity_detection;
+    return start(fields, mt_us);
+  }
+  Datagram data(uint16_t side, uint32_t seq, std::span<const int16_t> samples,
+                uint64_t mt_us = 0) const {
+    media::DataFields fields;
+    fields.side = side;
+    fields.seq = seq;
+    fields.samples = samples;
+    Datagram out;
+    media::write_data(m_call, mt_us, fields, out);
+    return out;
+  }
+  /// Without samples.
+  Datagram data(uint16_t side, uint32_t seq, uint64_t mt_us = 0) const {
+    return data(side, seq, std::span<const int16_t>(), mt_us);
+  }
+  Datagram control(uint8_t command, uint64_t mt_us = 0) const {
+    Datagram out;
+    media::write_control(m_call, mt_us, command, out);
+    return out;
+  }
+  Datagram feature_update(uint8_t features, uint64_t mt_us = 0) const {
+    Datagram out;
+    media::write_feature_update(m_call, mt_us, features, out);
+    return out;
+  }
+  Datagram terminate(uint64_t mt_us = 0) const {
+    Datagram out;
+    media::write_terminate(m_call, mt_us, out);
+    return out;
+  }
+
+ private:
+  media::CallKey m_call;
+};
+
+/// A datagram of at most max_packet_bytes in storage of its own, viewed as one of the packets.
+template <typename Packet>
+class Viewed {
+ public:
+  explicit Viewed(const Datagram& datagram) {
+    std::memset(m_buffer.data, 0, sizeof m_buffer.data);
+    m_buffer.append(datagram.data(), datagram.size());
+  }
+  Packet& operator*() { return *reinterpret_cast<Packet*>(m_buffer.data); }
+  Packet* operator->() { return &**this; }
+
+ private:
+  mem::Buffer<media::max_packet_bytes> m_buffer;
+};
+
+}  // namespace cv::test
