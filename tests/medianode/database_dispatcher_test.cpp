@@ -1,0 +1,287 @@
+#include "medianode/database_dispatcher.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/fake_clock.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using cv::rc_ptr;
+using cv::audio::HashDatabase;
+using cv::audio::HashPoint;
+using cv::mn::DatabaseDispatcher;
+using cv::mn::SampleConfig;
+using Texts = std::vector<std::string>;
+
+struct Rule {
+  uint64_t id;
+  std::vector<uint32_t> samples;
+};
+
+SampleConfig make_config(uint64_t version, const std::vector<Rule>& rules) {
+  SampleConfig config(version);
+  for (const Rule& rule : rules) {
+    config.rules[rule.id];
+    for (const uint32_t sample_id : rule.samples) {
+      rc_ptr<cv::audio::SampleMetadata> sample(new cv::audio::SampleMetadata);
+      sample->id = sample_id;
+      config.add(rule.id, sample);
+    }
+  }
+  return config;
+}
+
+class DatabaseDispatcherTest : public testing::Test {
+ protected:
+  DatabaseDispatcherTest() {
+    DatabaseDispatcher::DatabaseContainer::counter = 0;
+    dispatcher.set_on_swap([this](bool built) { swaps.push_back(built); });
+  }
+
+  /// The identifiers asked for; {0} stands for all samples, nothing for no request.
+  std::set<uint32_t> configure(uint64_t version, const std::vector<Rule>& rules) {
+    std::unordered_set<uint32_t>* missing = nullptr;
+    const int result = dispatcher.on_config_received(make_config(version, rules), missing);
+    if (result == 0) {
+      EXPECT_EQ(missing, nullptr);
+      return {};
+    }
+    return missing == nullptr ? std::set<uint32_t>{0}
+                              : std::set<uint32_t>(missing->begin(), missing->end());
+  }
+
+  bool receive(uint32_t sample_id, const std::vector<HashPoint>& points, uint16_t flags = 0) {
+    auto bytes = cv::audio::write_sample_packet(points);
+    bytes[2] = static_cast<unsigned char>(flags & 0xFF);
+    bytes[3] = static_cast<unsigned char>(flags >> 8);
+    cv::audio::SamplePacket packet;
+    EXPECT_EQ(cv::audio::SamplePacket::parse(bytes.data(), bytes.size(), packet),
+              cv::audio::SamplePacket::Status::Ok);
+    return dispatcher.on_sample_received(sample_id, packet);
+  }
+
+  rc_ptr<HashDatabase> get(uint64_t rule_id) {
+    return dispatcher.get_hash_database(rule_id, version);
+  }
+
+  /// Which samples the rule's database knows, as a text of their identifiers.
+  std::string indexed(uint64_t rule_id, uint32_t up_to = 9) {
+    const auto database = get(rule_id);
+    if (!database) return "none";
+    std::string found;
+    for (uint32_t id = 0; id <= up_to; ++id) {
+      if (database->sample(id).payload) found += std::to_string(id);
+    }
+    return found;
+  }
+
+  cv::test::LogCapture log;
+  cv::test::FakeClock clock;
+  DatabaseDispatcher dispatcher{clock};
+  std::vector<bool> swaps;
+  uint64_t version = 77;
+};
+
+TEST_F(DatabaseDispatcherTest, BuildsOnceAllSamplesAreInAndSwitchesWithTheNextLookUp) {
+  EXPECT_FALSE(get(5));
+  EXPECT_EQ(version, 77u) << "untouched before anything was published";
+
+  EXPECT_EQ(configure(3, {{5, {1, 2}}, {6, {2}}}), std::set<uint32_t>{0});
+  EXPECT_TRUE(receive(1, {{10, 0}, {11, 1}}));
+  EXPECT_FALSE(get(5));
+  EXPECT_TRUE(receive(2, {{12, 0}}));
+  EXPECT_EQ(swaps, std::vector<bool>{true});
+  EXPECT_EQ(indexed(5), "12");
+  EXPECT_EQ(indexed(6), "2");
+  EXPECT_EQ(version, 3u);
+  version = 0;
+  EXPECT_FALSE(get(99));
+  EXPECT_EQ(version, 3u) << "an unknown rule still tells the version";
+  EXPECT_EQ(
+      log.texts(),
+      (Texts{"SYSTEM database_dispatcher DATABASE_DISPATCHER: database container (1) created",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: received sample (1) with (2) hash(s)",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: received sample (2) with (1) hash(s)",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: all samples received, database "
+             "building started",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: building database version (3) with 2 "
+             "configuration(s) and 2 sample(s)",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database version (3) successfully "
+             "built",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database container swapped",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database switched to (1)"}));
+}
+
+TEST_F(DatabaseDispatcherTest, AsksOnlyForTheSamplesThatItDoesNotHave) {
+  EXPECT_EQ(configure(1, {{5, {1, 2}}}), std::set<uint32_t>{0});
+  receive(1, {{10, 0}});
+  // A configuration that overtakes the samples of the one before keeps what has arrived.
+  EXPECT_EQ(configure(2, {{5, {1, 2, 3}}, {6, {4}}}), (std::set<uint32_t>{2, 3, 4}));
+  EXPECT_TRUE(swaps.empty());
+  receive(2, {{10, 0}});
+  receive(3, {{10, 0}});
+  receive(4, {{10, 0}});
+  EXPECT_EQ(indexed(5) + "|" + indexed(6), "123|4");
+
+  const auto before = get(5);
+  EXPECT_EQ(configure(3, {{5, {3}}}), std::set<uint32_t>{});
+  EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
+  EXPECT_EQ(indexed(5) + "|" + indexed(6), "3|none");
+  EXPECT_EQ(version, 3u);
+  EXPECT_EQ(before->sample_count(), 3u) << "who holds the old database keeps it";
+  // A sample dropped by one configuration has to be asked for again by the next.
+  EXPECT_EQ(configure(4, {{5, {1, 3}}}), std::set<uint32_t>{1});
+}
+
+TEST_F(DatabaseDispatcherTest, AConfigurationWithoutRulesIsBuiltAtOnce) {
+  EXPECT_EQ(configure(9, {}), std::set<uint32_t>{});
+  EXPECT_EQ(swaps, std::vector<bool>{true});
+  EXPECT_TRUE(log.has(cv::log::Level::SYSTEM,
+                      "DATABASE_DISPATCHER: new database has no configurations to build"));
+  EXPECT_FALSE(get(5));
+  EXPECT_EQ(version, 9u);
+}
+
+TEST_F(DatabaseDispatcherTest, AReplacedContainerThatNobodyTookIsReleased) {
+  configure(1, {});
+  configure(2, {});
+  EXPECT_TRUE(log.has(cv::log::Level::INFO,
+                      "DATABASE_DISPATCHER: database container (1) wasn't switched; releasing"));
+  EXPECT_TRUE(
+      log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database container (1) destroyed"));
+  EXPECT_FALSE(
+      log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database container (2) destroyed"));
+}
+
+TEST_F(DatabaseDispatcherTest, TheLaterOfTwoPayloadsCountsAndABuiltDatabaseStaysAsItIs) {
+  configure(1, {{5, {1}}});
+  receive(1, {{10, 0}});
+  const auto first = get(5);
+  // Nobody asked for it: it is taken all the same, into a container of its own.
+  receive(1, {{20, 0}, {21, 1}});
+  const auto second = get(5);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first->entry_count(), 1u);
+  EXPECT_EQ(second->entry_count(), 2u);
+  EXPECT_EQ(second->entries(10).size(), 0u);
+  EXPECT_TRUE(log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database switched to (2)"));
+  EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
+  // One that no rule looks for changes nothing but the number of payloads.
+  receive(8, {{30, 0}});
+  EXPECT_EQ(indexed(5), "1");
+}
+
+TEST_F(DatabaseDispatcherTest, SamplesThatDoNotComeAreWaitedForFiveSecondsAfterTheLastOne) {
+  configure(1, {{5, {1, 2, 3, 4}}});
+  clock.advance_us(4999999);
+  receive(1, {{10, 0}});
+  clock.advance_us(4999999);
+  receive(2, {});
+  clock.advance_us(4999999);
+  dispatcher.on_event_timeout();
+  EXPECT_TRUE(swaps.empty());
+  clock.advance_us(1);
+  log.clear();
+  dispatcher.on_event_timeout();
+  EXPECT_EQ(
+      log.texts(),
+      (Texts{"WARNING database_dispatcher DATABASE_DISPATCHER: request has been timed out; trying "
+             "to build what has been received",
+             "WARNING database_dispatcher DATABASE_DISPATCHER: not all samples are received",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: building database version (1) with 1 "
+             "configuration(s) and 4 sample(s)",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database version (1) built with (2) "
+             "missed sample(s): 3, 4",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database version (1) built with (1) "
+             "empty sample(s): 2",
+             "SYSTEM database_dispatcher DATABASE_DISPATCHER: database container swapped"}));
+  EXPECT_EQ(swaps, std::vector<bool>{true});
+  EXPECT_EQ(indexed(5), "1");
+  clock.advance_seconds(60);
+  log.clear();
+  dispatcher.on_event_timeout();
+  EXPECT_TRUE(log.texts().empty()) << "a time-out is told once";
+}
+
+TEST_F(DatabaseDispatcherTest, LateSamplesMakeAFreshContainerOnceTheLastIsIn) {
+  configure(1, {{5, {1, 2, 3}}});
+  receive(1, {{10, 0}});
+  clock.advance_seconds(5);
+  dispatcher.on_event_timeout();
+  const auto without = get(5);
+  receive(2, {{11, 0}});
+  EXPECT_EQ(get(5), without) << "one is still missing";
+  receive(3, {{12, 0}});
+  EXPECT_EQ(indexed(5), "123");
+  EXPECT_EQ(without->sample_count(), 1u);
+  EXPECT_TRUE(log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database switched to (2)"));
+  EXPECT_EQ(log.count_containing("created"), 2u) << "late samples share one fresh container";
+  EXPECT_EQ(configure(2, {{5, {1, 2, 3}}}), std::set<uint32_t>{}) << "and are there to be reused";
+}
+
+TEST_F(DatabaseDispatcherTest, RefusesUnknownFlagsAndStillMissesTheSample) {
+  configure(1, {{5, {1}}});
+  EXPECT_FALSE(receive(1, {{10, 0}}, 0x1AF));
+  EXPECT_TRUE(log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: sample (1) unknown flags: 1af"));
+  EXPECT_TRUE(swaps.empty());
+  EXPECT_TRUE(receive(1, {{10, 0}}));
+  EXPECT_EQ(indexed(5), "1");
+}
+
+TEST_F(DatabaseDispatcherTest, WithoutAConfigurationThereIsNothingToBuildOrToPublish) {
+  EXPECT_TRUE(receive(1, {{10, 0}}));
+  EXPECT_TRUE(swaps.empty()) << "a stray sample must not pass for a first database";
+  dispatcher.swap_database();
+  EXPECT_TRUE(
+      log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: Cannot swap not build database"));
+  EXPECT_TRUE(swaps.empty());
+  dispatcher.build_database();
+  EXPECT_TRUE(log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: database does not exist"));
+  dispatcher.swap_database();
+  EXPECT_EQ(swaps, std::vector<bool>{false});
+  EXPECT_EQ(configure(1, {{5, {1}}}), std::set<uint32_t>{0}) << "it was kept by nobody";
+}
+
+// Every database that the pipeline sees is whole and of one piece, while samples are replaced and
+// configurations follow each other on the other side.
+TEST_F(DatabaseDispatcherTest, ThePipelineReadsWholeDatabasesWhileNewOnesAreMade) {
+  std::atomic<bool> done{false};
+  std::atomic<uint64_t> switches{0};
+  std::thread pipeline([&] {
+    uint64_t seen_version = 0;
+    rc_ptr<HashDatabase> previous;
+    while (!done) {
+      uint64_t now_version = 0;
+      const auto database = dispatcher.get_hash_database(5, now_version);
+      if (!database) continue;
+      ASSERT_GE(now_version, seen_version);
+      seen_version = now_version;
+      if (database != previous) ++switches;
+      previous = database;
+      // Both samples of a rule are replaced in turn, so that they differ by one point at most.
+      const auto a = database->entries(1).size();
+      const auto b = database->entries(2).size();
+      ASSERT_EQ(database->entry_count(), a + b);
+      ASSERT_LE(a > b ? a - b : b - a, 1u);
+    }
+  });
+  for (uint64_t round = 1; !HasFailure() && (round <= 60 || switches < 20); ++round) {
+    configure(round, {{5, {1, 2}}});
+    for (std::size_t size = 1; size <= 6; ++size) {
+      if (round > 1 && size == 1) continue;
+      receive(1, std::vector<HashPoint>(round % 2 == 1 ? size : 7 - size, HashPoint{1, 0}));
+      receive(2, std::vector<HashPoint>(round % 2 == 1 ? size : 7 - size, HashPoint{2, 0}));
+    }
+    std::this_thread::yield();
+  }
+  done = true;
+  pipeline.join();
+}
+
+}  // namespace

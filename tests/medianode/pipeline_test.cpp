@@ -1,0 +1,363 @@
+#include "medianode/pipeline.h"
+
+#include <arpa/inet.h>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
+#include <string>
+#include <vector>
+
+#include "medianode/udp_receiver.h"
+#include "support/log_capture.h"
+#include "support/recordings.h"
+
+namespace {
+
+using cv::test::CallPackets;
+using cv::test::KnownSample;
+using cv::test::Pipeline;
+using Audio = std::vector<int16_t>;
+using Texts = std::vector<std::string>;
+
+constexpr uint64_t rule = 5;
+constexpr uint8_t sample_detection = cv::media::features_sample_detection;
+constexpr uint8_t both_activities = cv::media::features_activity_detection;
+
+const std::vector<cv::test::Recording>& prompts() {
+  static const auto recordings = [] {
+    auto all = cv::test::english_prompts(3 * 8000);
+    all.resize(12);
+    return all;
+  }();
+  return recordings;
+}
+
+const std::vector<KnownSample>& known_prompts() {
+  static const auto samples = [] {
+    std::vector<KnownSample> made;
+    for (const auto& prompt : prompts()) {
+      const auto id = static_cast<uint32_t>(made.size());
+      made.push_back({id, prompt.name, cv::audio::fingerprint(prompt.samples)});
+    }
+    return made;
+  }();
+  return samples;
+}
+
+cv::media::StartFields start_fields(uint8_t features, uint16_t report_port = 0) {
+  cv::media::StartFields fields;
+  fields.features = features;
+  fields.rule = rule;
+  fields.report_addr = htonl(INADDR_LOOPBACK);
+  fields.report_port = htons(report_port);
+  return fields;
+}
+
+cv::rc_ptr<cv::mn::Configuration> settings(const std::string& key, const std::string& value) {
+  cv::rc_ptr<cv::mn::Configuration> configuration(new cv::mn::Configuration);
+  std::stringstream error;
+  EXPECT_EQ(configuration->set_value(key, value, error), 0);
+  return configuration;
+}
+
+Audio silence(std::size_t samples) { return Audio(samples, 0); }
+
+/// 1 kHz, loud enough to be active in every frame it reaches into.
+Audio tone(std::size_t samples) {
+  Audio audio(samples);
+  for (std::size_t i = 0; i < samples; ++i) {
+    audio[i] = static_cast<int16_t>(8000 * std::sin(std::numbers::pi / 4 * static_cast<double>(i)));
+  }
+  return audio;
+}
+
+std::string member(const std::string& text, const std::string& name) {
+  const auto begin = text.find("\"" + name + "\": ");
+  if (begin == text.npos) return {};
+  const auto value = begin + name.size() + 4;
+  return text.substr(value, text.find_first_of(",}", value) - value);
+}
+
+/// The lines of one module, without the call's tag.
+Texts lines_of(const cv::test::LogCapture& log, const std::string& module) {
+  Texts texts;
+  for (const auto& line : log.lines()) {
+    if (line.module != module) continue;
+    const std::size_t uuid_end = line.text.find(": ") + 2 + 36;
+    texts.push_back(line.text.substr(uuid_end + 2));
+  }
+  return texts;
+}
+
+TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
+  Audio audio = silence(8123);
+  const Audio& prompt = prompts()[7].samples;
+  audio.insert(audio.end(), prompt.begin(), prompt.end());
+  Texts whole;
+  for (const std::size_t packet_samples : {663u, 160u, 240u, 80u, 37u, 1u}) {
+    Pipeline pipeline;
+    pipeline.publish(3, rule, known_prompts());
+    const CallPackets call;
+    pipeline.send(call.start(start_fields(sample_detection)));
+    uint32_t seq = 0;
+    pipeline.play(call, 1, audio, seq, packet_samples);
+    const Texts texts = pipeline.reports.texts();
+    ASSERT_FALSE(texts.empty());
+    EXPECT_EQ(member(texts[0], "type"), "\"corvanth_detection\"");
+    EXPECT_EQ(member(texts[0], "sample_name"), "\"" + prompts()[7].name + "\"");
+    EXPECT_EQ(member(texts[0], "call_side"), "\"terminator\"");
+    EXPECT_EQ(member(texts[0], "version"), "3");
+    EXPECT_NEAR(std::stod(member(texts[0], "offset")), 8123 / 8000.0, 0.017);
+    if (whole.empty()) whole = texts;
+    EXPECT_EQ(texts, whole) << packet_samples;
+  }
+}
+
+TEST(Pipeline, TheConfiguredDriftReachesTheDetectors) {
+  std::vector<Texts> by_drift;
+  for (const char* drift : {"0", "3"}) {
+    // The second stretch is matched after a restart, which sets the detectors up anew.
+    Pipeline pipeline(settings("audio_detection_drift", drift));
+    pipeline.publish(3, rule, known_prompts());
+    const CallPackets call;
+    uint32_t seq = 0;
+    pipeline.send(call.start(start_fields(sample_detection)));
+    pipeline.play(call, 0, silence(77), seq);
+    pipeline.play(call, 0, prompts()[7].samples, seq);
+    by_drift.push_back(pipeline.reports.texts());
+    pipeline.send(call.feature_update(0));
+    pipeline.send(call.feature_update(sample_detection));
+    pipeline.play(call, 0, prompts()[7].samples, seq);
+    by_drift.push_back(pipeline.reports.texts());
+  }
+  EXPECT_NE(by_drift[0], by_drift[2]);
+  EXPECT_NE(by_drift[1], by_drift[3]);
+}
+
+TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
+  struct {
+    const char* on_termination;
+    bool timed_out;
+    std::size_t reports;
+  } const table[] = {{"false", false, 0}, {"true", false, 1}, {"true", true, 1}};
+  for (const auto& row : table) {
+    Pipeline pipeline(settings("report_on_call_termination", row.on_termination));
+    pipeline.publish(3, rule, known_prompts());
+    const CallPackets call, quiet(2);
+    pipeline.send(quiet.start(start_fields(sample_detection)));
+    pipeline.send(call.start(start_fields(sample_detection)));
+    uint32_t seq = 0;
+    pipeline.play(call, 0, prompts()[2].samples, seq);
+    EXPECT_FALSE(pipeline.reports.texts().empty()) << "told at once in either case";
+    if (row.timed_out) {
+      pipeline.clock.advance_seconds(301);
+      while (pipeline.manager.on_packet_idle()) {
+      }
+    } else {
+      pipeline.send(quiet.terminate());
+      pipeline.send(call.terminate());
+    }
+    EXPECT_EQ(pipeline.statistic.sessions.get(), 0u);
+    const Texts texts = pipeline.reports.texts();
+    ASSERT_EQ(texts.size(), 2 * row.reports);
+    if (texts.empty()) continue;
+    EXPECT_EQ(texts[0], "") << "a call in which nothing was recognised";
+    EXPECT_EQ(member(texts[1], "type"), "\"corvanth_sample_match\"");
+    EXPECT_EQ(member(texts[1], "sample_name"), "\"" + prompts()[2].name + "\"");
+    EXPECT_NE(texts[1].find("\"terminator_match\": []"), texts[1].npos);
+  }
+}
+
+TEST(Pipeline, SampleDetectionFollowsTheCallsFeatures) {
+  const std::string unknown = "ignored due to unknown rule id [5]";
+  const std::string no_hashes = "ignored due to absence of hash data (rule id: 5)";
+  const char* const good = "publish 4";
+  const char* const useless = "publish empty 3";
+  struct {
+    const char* on_termination;
+    std::vector<std::string> steps;  // features of START and of updates, or a publication
+    Texts expected;
+  } const table[] = {
+      {"false", {good, "30"}, {"started (rt v: 4)"}},
+      {"true", {good, "10"}, {"started (fm v: 4)"}},
+      {"false", {good, "20", "34", "10", "30"}, {"started (rt v: 4)"}},
+      {"false", {good, "0c", "0c", "04"}, {"inactive"}},
+      {"false", {good, "0c", "3c", "0c", "0c"}, {"inactive", "started (rt v: 4)", "stopped"}},
+      {"false", {"30", "30", good, "30"}, {unknown, unknown, "started (rt v: 4)"}},
+      {"false", {useless, "30", good, "30"}, {no_hashes, "started (rt v: 4)"}},
+      {"false", {"30", "0c", "30"}, {unknown, unknown}},
+      {"false",
+       {good, "30", "publish 9", "30", "0c", "30"},
+       {"started (rt v: 4)", "stopped", "started (rt v: 9)"}},
+  };
+  for (const auto& row : table) {
+    cv::test::LogCapture log;
+    Pipeline pipeline(settings("report_on_call_termination", row.on_termination));
+    const CallPackets call;
+    bool started = false;
+    for (const std::string& step : row.steps) {
+      if (step.starts_with("publish")) {
+        const bool empty = step.find("empty") != step.npos;
+        pipeline.publish(step.back() - '0', rule,
+                         {{1, "one",
+                           empty ? std::vector<cv::audio::HashPoint>{}
+                                 : std::vector<cv::audio::HashPoint>{{1, 1}}}});
+        continue;
+      }
+      const auto features = static_cast<uint8_t>(std::stoul(step, nullptr, 16));
+      pipeline.send(started ? call.feature_update(features) : call.start(start_fields(features)));
+      started = true;
+    }
+    EXPECT_EQ(lines_of(log, "audio_detector"), row.expected);
+  }
+}
+
+TEST(Pipeline, SwitchingSampleDetectionOffAndOnStartsWithFreshVotesAndTheNewestDatabase) {
+  Pipeline pipeline(settings("report_on_call_termination", "true"));
+  pipeline.publish(3, rule, known_prompts());
+  const CallPackets call, other(2);
+  pipeline.send(call.start(start_fields(sample_detection)));
+  uint32_t seq = 0;
+  pipeline.play(call, 0, prompts()[2].samples, seq);
+  const std::size_t first = pipeline.reports.texts().size();
+  EXPECT_GE(first, 1u);
+
+  // A new database is for those who ask from now on.
+  pipeline.publish(4, rule, known_prompts());
+  pipeline.send(other.start(start_fields(sample_detection)));
+  uint32_t other_seq = 0;
+  pipeline.play(other, 0, prompts()[1].samples, other_seq);
+  EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "4");
+  pipeline.play(call, 0, prompts()[1].samples, seq);
+  EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "3");
+
+  pipeline.send(call.feature_update(both_activities & 0x04));
+  pipeline.play(call, 0, prompts()[3].samples, seq);
+  EXPECT_TRUE(pipeline.reports.texts().size() <= 1) << "at most the activity just switched on";
+  pipeline.send(call.feature_update(sample_detection));
+  pipeline.play(call, 0, prompts()[4].samples, seq);
+  const Texts texts = pipeline.reports.texts();
+  ASSERT_FALSE(texts.empty());
+  EXPECT_EQ(member(texts[0], "version"), "4");
+  pipeline.send(call.terminate());
+  const std::string summary = pipeline.reports.texts().at(0);
+  EXPECT_NE(summary.find(prompts()[4].name), summary.npos);
+  EXPECT_EQ(summary.find(prompts()[2].name), summary.npos) << "votes from before the break";
+}
+
+TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
+  cv::test::LogCapture log;
+  Pipeline pipeline;
+  const CallPackets call;
+  pipeline.send(call.start(start_fields(both_activities)));
+  uint32_t seq[2] = {0, 0};
+  // The tone begins in the second half of frame 99.
+  pipeline.play(call, 1, silence(100 * 128), seq[1]);
+  pipeline.play(call, 1, tone(8000), seq[1]);
+  pipeline.play(call, 1, silence(8000), seq[1]);
+  pipeline.play(call, 1, tone(8000), seq[1]);
+  pipeline.play(call, 0, silence(32000), seq[0]);
+  pipeline.send(call.terminate());
+  const Texts texts = pipeline.reports.texts();
+  ASSERT_EQ(texts.size(), 1u);
+  EXPECT_EQ(member(texts[0], "type"), "\"audio_activity\"");
+  EXPECT_EQ(member(texts[0], "call_side"), "\"terminator\"");
+  EXPECT_EQ(member(texts[0], "offset_ms"), "1.584");
+  const std::string options =
+      " started, options: version = 0, sig_threshold = 1, pow_threshold = 0.75, dev_threshold = "
+      "256, activity_hits = 5, silence_hits = 2";
+  EXPECT_EQ(lines_of(log, "audio_activity"),
+            (Texts{"terminator" + options, "originator" + options}));
+}
+
+TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
+  const std::string options =
+      " started, options: version = 7, sig_threshold = 1.5, pow_threshold = 0.75, dev_threshold = "
+      "256, activity_hits = 9, silence_hits = 2";
+  const std::string later =
+      " stream is not yet created, a strategy is being selected on stream "
+      "creation";
+  struct {
+    std::vector<std::string> steps;  // START's features, updates, or a side that plays a tone
+    Texts expected;
+    std::size_t reports;
+  } const table[] = {
+      {{"04", "0", "1"}, {"originator" + options, "terminator inactive"}, 1},
+      {{"0c", "0", "0", "1", "1"}, {"originator" + options, "terminator" + options}, 2},
+      {{"30", "0", "34", "0"},
+       {"originator inactive", "originator" + options, "terminator" + later},
+       1},
+      {{"0c", "0c", "1"}, {"originator" + later, "terminator" + later, "terminator" + options}, 1},
+      {{"0c", "1", "04", "1", "0c", "1"},
+       {"terminator" + options, "originator" + later, "terminator stopped", "originator" + later,
+        "terminator" + options},
+       2},
+      {{"08", "1", "08", "1"}, {"terminator" + options, "originator" + later}, 1},
+      {{"30", "1", "30", "1"}, {"terminator inactive", "originator" + later}, 0},
+  };
+  cv::audio::SegmentDetectionOptions of_rule;
+  of_rule.sig_threshold = 1.5;
+  of_rule.activity_hits = 9;
+  for (const auto& row : table) {
+    cv::test::LogCapture log;
+    Pipeline pipeline;
+    cv::rc_ptr<cv::mn::DeadAirConfig> config(
+        new cv::mn::DeadAirConfig(7, cv::audio::SegmentDetectionOptions()));
+    config->m_rules.emplace(rule, of_rule);
+    pipeline.dead_air.on_dead_air_config(config);
+    const CallPackets call;
+    bool started = false;
+    uint32_t seq[2] = {0, 0};
+    for (const std::string& step : row.steps) {
+      if (step.size() == 1) {
+        const auto side = static_cast<uint16_t>(step[0] - '0');
+        pipeline.play(call, side, tone(4000), seq[side]);
+        continue;
+      }
+      const auto features = static_cast<uint8_t>(std::stoul(step, nullptr, 16));
+      pipeline.send(started ? call.feature_update(features) : call.start(start_fields(features)));
+      started = true;
+    }
+    EXPECT_EQ(lines_of(log, "audio_activity"), row.expected);
+    EXPECT_EQ(pipeline.reports.texts().size(), row.reports);
+  }
+}
+
+// With the reporting thread at work: summaries are written there while other calls, one of them with
+// the same identifier, go on here.
+TEST(Pipeline, SendsTheReportsOfManyCallsWhileOthersGoOn) {
+  constexpr uint8_t calls = 12;
+  cv::test::UdpReceiver receiver;
+  cv::test::LogCapture log;
+  cv::test::PipelineWith<cv::mn::ReportManager> pipeline(
+      settings("report_on_call_termination", "true"));
+  pipeline.publish(3, rule, known_prompts());
+  ASSERT_EQ(pipeline.reports.start(), 0);
+  for (uint8_t number = 0; number < calls; ++number) {
+    const CallPackets call(static_cast<uint8_t>(1 + number / 2));
+    pipeline.send(call.start(start_fields(sample_detection | both_activities, receiver.port())));
+    uint32_t seq[2] = {0, 0};
+    for (const uint16_t side : {uint16_t{0}, uint16_t{1}}) {
+      const Audio& prompt = prompts()[(number + side) % prompts().size()].samples;
+      pipeline.play(call, side, std::span(prompt).first(3 * 8000), seq[side]);
+    }
+    pipeline.send(call.terminate());
+  }
+  ASSERT_EQ(pipeline.reports.stop(), 0);
+
+  std::size_t summaries = 0, detections = 0, activities = 0;
+  for (const std::string& text : receiver.received()) {
+    const std::string type = member(text, "type");
+    summaries += type == "\"corvanth_sample_match\"";
+    detections += type == "\"corvanth_detection\"";
+    activities += type == "\"audio_activity\"";
+  }
+  EXPECT_EQ(summaries, calls);
+  EXPECT_GE(detections, calls);
+  EXPECT_EQ(activities, 2u * calls);
+  EXPECT_EQ(pipeline.reports.report_statistic().dropped.get(), 0u);
+  EXPECT_EQ(log.count_containing("REPORT_MANAGER: sent: 0, report: "),
+            summaries + detections + activities);
+}
+
+}  // namespace
