@@ -19,8 +19,7 @@ struct EndDeflate {
 };
 
 /// Appends what deflate() gives for `flush`; `room` is enough for all of it.
-bool deflate_into(z_stream& stream, int flush, std::size_t room,
-                  std::vector<unsigned char>& out) {
+bool deflate_into(z_stream& stream, int flush, std::size_t room, std::vector<unsigned char>& out) {
   const std::size_t begin = out.size();
   out.resize(begin + room);
   stream.next_out = out.data() + begin;
@@ -53,7 +52,8 @@ std::vector<unsigned char> compress_padded(std::span<const unsigned char> plain,
 std::vector<unsigned char> compress_bounded(std::span<const unsigned char> plain) {
   uLongf size = compressBound(static_cast<uLong>(plain.size()));
   std::vector<unsigned char> out(size);
-  if (compress(out.data(), &size, plain.data(), static_cast<uLong>(plain.size())) != Z_OK) return {};
+  if (compress(out.data(), &size, plain.data(), static_cast<uLong>(plain.size())) != Z_OK)
+    return {};
   out.resize(size);
   const std::size_t least_size = (plain.size() + max_inflation - 1) / max_inflation;
   return out.size() >= least_size ? out : compress_padded(plain, least_size);

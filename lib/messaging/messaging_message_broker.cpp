@@ -9,6 +9,7 @@
 
 #include "core/thread.h"
 #include "log/log.h"
+#include "messaging/messaging_compression.h"
 
 namespace cv::messaging {
 
@@ -28,7 +29,6 @@ constexpr uint64_t default_consume_timeout_ms = 1000;
 constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
-constexpr size_t max_inflation = 10;
 
 // `value` is a text or a pointer to the callback interface that the property names.
 template <typename Value>
@@ -104,7 +104,9 @@ void MessageBroker::send(std::string topic, const unsigned char* data, size_t si
 void MessageBroker::send_compressed(const std::string& topic, const unsigned char* body,
                                     size_t size) {
   auto* copy = static_cast<unsigned char*>(std::malloc(size));
-  if (copy != nullptr) publish(topic, std::copy(body, body + size, copy) - size, size);
+  if (copy == nullptr) return;
+  std::copy(body, body + size, copy);
+  publish(topic, copy, size);
 }
 
 void MessageBroker::publish(const std::string& topic, unsigned char* owned_body, size_t size) {
@@ -330,12 +332,12 @@ void MessageBroker::rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::Erro
     consumer->unassign();
     return;
   }
-  if (m_first_assignment.exchange(false)) {
-    sync_offsets(partitions, broker_query_ms);
-    m_consumer_ready.set_value();
-  }
-  consumer->assign(partitions);
+  const bool first = m_first_assignment.exchange(false);
+  if (first) sync_offsets(partitions, broker_query_ms);
+  // Counted before the constructor is let go: its caller's first look counts this assignment in.
   m_assignments.fetch_add(1, std::memory_order_release);
+  if (first) m_consumer_ready.set_value();
+  consumer->assign(partitions);
 }
 
 void MessageBroker::sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions,

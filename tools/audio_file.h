@@ -1,0 +1,21 @@
+// Audio files as the analysis wants them: one channel of 16-bit samples at 8,000 a second.
+//
+// A recording of that very form comes out bit for bit as it is stored; that is what makes the
+// fingerprint of a prompt equal the fingerprint of the same prompt in a call.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cv::tools {
+
+inline constexpr int audio_rate_hz = 8000;
+
+/// Reads any file that libsndfile knows. Channels are averaged; another rate is converted with soxr
+/// (high quality, no dither: the same file always gives the same samples).
+/// Empty, with the reason in `error`, when the file cannot be opened or ends before its header says.
+std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error);
+
+}  // namespace cv::tools

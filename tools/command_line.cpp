@@ -1,0 +1,39 @@
+#include "tools/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "app/app_build_version.h"
+
+namespace cv::tools {
+
+int run_command_line(int argc, const char* const* argv) {
+  CLI::App app("The operator's tool of the call-audio media node.", "corvanth");
+  app.set_version_flag("--version", std::string("corvanth ") + CORVANTH_VERSION + " (" +
+                                        app::build_identifier() + ")");
+  app.require_subcommand(1);
+  int status = exit_done;
+  add_fingerprint_command(app, status);
+  add_configd_command(app, status);
+  add_play_command(app, status);
+  add_listen_command(app, status);
+  try {
+    app.parse(argc, argv);
+    // Data that could not be written is no success.
+    if (!std::cout.flush() && status == exit_done) {
+      std::cerr << "corvanth: standard output cannot be written\n";
+      status = exit_failed;
+    }
+    return status;
+  } catch (const CLI::ParseError& error) {
+    // Help and version are ParseErrors of code 0.
+    return app.exit(error) == 0 ? exit_done : exit_usage;
+  } catch (const std::exception& error) {
+    std::cerr << "corvanth: " << error.what() << "\n";
+    return exit_failed;
+  }
+}
+
+}  // namespace cv::tools

@@ -1,0 +1,25 @@
+// The command line of the operator's tool.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace cv::tools {
+
+/// Exit statuses: what a script can rely on.
+inline constexpr int exit_done = 0;
+inline constexpr int exit_failed = 1;
+inline constexpr int exit_usage = 2;
+
+/// Runs the named command; returns the exit status of the process.
+int run_command_line(int argc, const char* const* argv);
+
+/// Each adds one command whose run sets `status`; what is found wrong with its arguments only then
+/// throws CLI::ValidationError.
+void add_fingerprint_command(CLI::App& app, int& status);
+void add_configd_command(CLI::App& app, int& status);
+void add_play_command(CLI::App& app, int& status);
+void add_listen_command(CLI::App& app, int& status);
+
+}  // namespace cv::tools

@@ -1,0 +1,52 @@
+#include "tools/configd/sample_store.h"
+
+#include <utility>
+
+#include "audio/audio_sample_packet.h"
+#include "log/log.h"
+#include "tools/configd/control_events.h"
+#include "tools/fingerprint.h"
+#include "tools/json_text.h"
+
+namespace cv::tools {
+
+namespace {
+
+/// Why a packet cannot be used; empty when it can.
+std::string complaint(const std::string& name, const std::vector<unsigned char>& packet,
+                      std::string error) {
+  if (packet.empty()) return error;
+  if (!is_utf8(name)) return "its name is not UTF-8";
+  if (packet.size() <= audio::SamplePacket::header_size_bytes) {
+    return "nothing to recognise in it (silence, or shorter than 32 ms)";
+  }
+  const std::size_t body_bytes = event_body(sample_event(UINT32_MAX, packet)).size();
+  if (body_bytes <= max_body_bytes) return {};
+  return "too long: its fingerprint takes " + std::to_string(body_bytes) + " bytes of the " +
+         std::to_string(max_body_bytes) + " that a Kafka message may have";
+}
+
+}  // namespace
+
+bool SampleStore::load(const std::string& name) {
+  std::string error;
+  std::vector<unsigned char> packet = m_read(name, error);
+  error = complaint(name, packet, std::move(error));
+  if (error.empty()) {
+    m_packets[name] = std::move(packet);
+    return true;
+  }
+  CV_LOG(ErrorMessage) << "CONFIGD: recording [" << name << "]: " << error
+                       << (m_packets.count(name) ? "; the previous fingerprint stays"
+                                                 : "; left out");
+  return false;
+}
+
+SampleStore::ReadPacket fingerprint_reader(const std::string& directory, unsigned phases) {
+  return [=](const std::string& name, std::string& error) -> std::vector<unsigned char> {
+    auto fingerprint = fingerprint_file(directory + "/" + name, phases, error);
+    return fingerprint ? std::move(fingerprint->packet) : std::vector<unsigned char>();
+  };
+}
+
+}  // namespace cv::tools

@@ -1,0 +1,109 @@
+#include "tools/fingerprint_command.h"
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sstream>
+#include <unistd.h>
+
+#include "audio/audio_fingerprint.h"
+#include "tools/command_line.h"
+#include "tools/progress_bar.h"
+
+namespace cv::tools {
+
+namespace {
+
+std::string json_line(const std::string& file, const Fingerprint& fingerprint, bool with_hash) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  writer.StartObject();
+  writer.Key("file");
+  writer.String(file.c_str(), static_cast<rapidjson::SizeType>(file.size()));
+  writer.Key("seconds");
+  writer.Double(fingerprint.seconds);
+  writer.Key("frames");
+  writer.Uint64(fingerprint.frames);
+  writer.Key("points");
+  writer.Uint64(fingerprint.points);
+  if (with_hash) {
+    writer.Key("hash");
+    writer.String(to_hex(fingerprint.packet).c_str());
+  }
+  writer.EndObject();
+  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
+
+bool write_packet(const std::string& path, const std::vector<unsigned char>& packet) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(packet.data()),
+             static_cast<std::streamsize>(packet.size()));
+  return static_cast<bool>(file.flush());
+}
+
+}  // namespace
+
+std::string describe_fingerprint(const std::string& file, const Fingerprint& fingerprint,
+                                 const FingerprintOptions& options) {
+  if (options.json) return json_line(file, fingerprint, options.hex);
+  if (options.hex) return to_hex(fingerprint.packet) + "\n";
+  if (!options.output.empty()) return {};
+  std::ostringstream text;
+  text << file << ": " << std::fixed << std::setprecision(2) << fingerprint.seconds << " s, "
+       << fingerprint.frames << " frames, " << fingerprint.points << " points, "
+       << fingerprint.packet.size() << " bytes\n";
+  return text.str();
+}
+
+int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::ostream& err) {
+  int status = exit_done;
+  const auto fail = [&](const std::string& path, const std::string& reason) {
+    err << "corvanth: " << path << ": " << reason << "\n";
+    status = exit_failed;
+  };
+  ProgressBar bar("fingerprinting");
+  // On a terminal the lines themselves show how far it is.
+  const bool with_bar = options.files.size() > 1 && ::isatty(STDOUT_FILENO) == 0;
+  std::size_t done = 0;
+  for (const std::string& file : options.files) {
+    if (with_bar) bar.update(done++, options.files.size());
+    std::string error;
+    const auto fingerprint = fingerprint_file(file, options.phases, error);
+    if (!fingerprint) {
+      fail(file, error);
+      continue;
+    }
+    if (!options.output.empty() && !write_packet(options.output, fingerprint->packet)) {
+      fail(options.output, "cannot be written");
+    }
+    out << describe_fingerprint(file, *fingerprint, options);
+  }
+  return status;
+}
+
+void add_fingerprint_command(CLI::App& app, int& status) {
+  auto options = std::make_shared<FingerprintOptions>();
+  CLI::App* command = app.add_subcommand(
+      "fingerprint", "Make sample packets of recordings, as a media node receives them");
+  command->add_option("FILE", options->files, "recordings, in any format that libsndfile reads")
+      ->required();
+  command->add_option("-o,--output", options->output, "write the packet's bytes here (one FILE)");
+  command->add_flag("--hex", options->hex, "print each packet as a line of hexadecimal digits");
+  command->add_flag("--json", options->json,
+                    "print a JSON object a file; with --hex it holds the packet as \"hash\"");
+  command->add_option("--phases", options->phases, "positions within a frame to fingerprint from")
+      ->check(CLI::Range(1u, audio::max_fingerprint_phases))
+      ->capture_default_str();
+  command->callback([options, &status] {
+    if (!options->output.empty() && options->files.size() > 1) {
+      throw CLI::ValidationError("--output", "takes the packet of one FILE only");
+    }
+    status = run_fingerprint(*options, std::cout, std::cerr);
+  });
+}
+
+}  // namespace cv::tools

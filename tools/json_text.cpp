@@ -1,0 +1,85 @@
+#include "tools/json_text.h"
+
+#include <algorithm>
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace cv::tools {
+
+namespace {
+
+constexpr unsigned strict_flags = rapidjson::kParseIterativeFlag |
+                                  rapidjson::kParseValidateEncodingFlag |
+                                  rapidjson::kParseFullPrecisionFlag;
+constexpr unsigned by_hand_flags =
+    strict_flags | rapidjson::kParseCommentsFlag | rapidjson::kParseTrailingCommasFlag;
+
+std::string place_of(std::string_view text, std::size_t offset) {
+  const std::string_view before = text.substr(0, offset);
+  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+  const std::size_t line_start = before.rfind('\n') + 1;  // npos + 1 is 0
+  return "line " + std::to_string(line) + ", column " +
+         std::to_string(before.size() - line_start + 1);
+}
+
+bool deeper_than(const rapidjson::Value& value, int limit) {
+  if (limit < 0) return true;
+  if (value.IsArray()) {
+    const auto items = value.GetArray();
+    return std::any_of(items.begin(), items.end(),
+                       [&](const auto& item) { return deeper_than(item, limit - 1); });
+  }
+  if (value.IsObject()) {
+    const auto members = value.GetObject();
+    return std::any_of(members.begin(), members.end(),
+                       [&](const auto& member) { return deeper_than(member.value, limit - 1); });
+  }
+  return false;
+}
+
+}  // namespace
+
+bool parse_json(std::string_view text, JsonDialect dialect, rapidjson::Document& document,
+                std::string& error) {
+  if (dialect == JsonDialect::strict) {
+    document.Parse<strict_flags>(text.data(), text.size());
+  } else {
+    document.Parse<by_hand_flags>(text.data(), text.size());
+  }
+  if (document.HasParseError()) {
+    error = place_of(text, std::min(document.GetErrorOffset(), text.size())) + ": " +
+            rapidjson::GetParseError_En(document.GetParseError());
+    return false;
+  }
+  if (deeper_than(document, max_json_depth)) {
+    error = "nests deeper than " + std::to_string(max_json_depth) + " levels";
+    return false;
+  }
+  return true;
+}
+
+std::string to_compact_json(const rapidjson::Value& value) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  value.Accept(writer);
+  return {buffer.GetString(), buffer.GetSize()};
+}
+
+bool is_utf8(std::string_view text) {
+  rapidjson::MemoryStream in(text.data(), text.size());
+  rapidjson::StringBuffer ignored;
+  while (in.Tell() < text.size()) {
+    if (!rapidjson::UTF8<>::Validate(in, ignored)) return false;
+  }
+  return in.Tell() == text.size();
+}
+
+const rapidjson::Value* find_member(const rapidjson::Value& object, const char* name) {
+  if (!object.IsObject()) return nullptr;
+  const auto found = object.FindMember(name);
+  return found == object.MemberEnd() ? nullptr : &found->value;
+}
+
+}  // namespace cv::tools

@@ -1,0 +1,107 @@
+#include "tools/text_file.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+namespace cv::tools {
+
+namespace {
+
+constexpr std::size_t max_file_bytes = 64u << 20;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : m_fd(fd) {}
+  ~Descriptor() {
+    if (m_fd >= 0) ::close(m_fd);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return m_fd; }
+  bool valid() const { return m_fd >= 0; }
+
+ private:
+  int m_fd;
+};
+
+std::string failure(const std::string& path, const char* what) {
+  return path + ": " + what + ": " + std::strerror(errno);
+}
+
+bool write_all(int fd, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written = ::write(fd, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// The rename is durable only once the directory is.
+bool sync_directory_of(const std::string& path) {
+  const auto parent = std::filesystem::path(path).parent_path();
+  const Descriptor directory(
+      ::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return directory.valid() && ::fsync(directory.get()) == 0;
+}
+
+}  // namespace
+
+std::optional<std::string> read_file(const std::string& path, std::string& error) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.valid()) {
+    error = failure(path, "cannot be opened");
+    return std::nullopt;
+  }
+  std::string content;
+  std::array<char, 65536> block;
+  for (;;) {
+    const ssize_t count = ::read(file.get(), block.data(), block.size());
+    if (count == 0) return content;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      error = failure(path, "cannot be read");
+      return std::nullopt;
+    }
+    content.append(block.data(), static_cast<std::size_t>(count));
+    if (content.size() > max_file_bytes) {
+      error = path + ": larger than 64 MiB";
+      return std::nullopt;
+    }
+  }
+}
+
+bool replace_file(const std::string& path, std::string_view content, std::string& error) {
+  const std::string temporary = path + ".tmp";
+  {
+    const Descriptor file(
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!file.valid()) {
+      error = failure(temporary, "cannot be created");
+      return false;
+    }
+    if (!write_all(file.get(), content) || ::fsync(file.get()) != 0) {
+      error = failure(temporary, "cannot be written");
+      ::unlink(temporary.c_str());
+      return false;
+    }
+  }
+  if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    error = failure(path, "cannot be replaced");
+    ::unlink(temporary.c_str());
+    return false;
+  }
+  if (!sync_directory_of(path)) {
+    error = failure(path, "its directory cannot be synced");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace cv::tools

@@ -1,0 +1,19 @@
+// Whole small files at once: read, and replaced so that a reader or a power cut never meets a half.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace cv::tools {
+
+/// Empty, with the reason (path included) in `error`, when the file cannot be read or is larger than
+/// 64 MiB.
+std::optional<std::string> read_file(const std::string& path, std::string& error);
+
+/// Writes a temporary file beside `path`, syncs it, renames it over `path` and syncs the directory:
+/// after any crash the file holds either the old or the new content. False, with the reason in
+/// `error`; the old file is then untouched.
+bool replace_file(const std::string& path, std::string_view content, std::string& error);
+
+}  // namespace cv::tools
