@@ -1,0 +1,136 @@
+#include "medianode/configuration.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "support/log_capture.h"
+
+namespace {
+
+using cv::mn::Configuration;
+
+int set(Configuration& config, const std::string& name, const std::string& value,
+        std::string* reason = nullptr) {
+  std::stringstream error;
+  const int result = config.set_value(name, value, error);
+  if (reason != nullptr) *reason = error.str();
+  return result;
+}
+
+TEST(NodeConfiguration, RefusesWhatItCannotUse) {
+  const struct {
+    const char *name, *value;
+    int expected;
+    const char* reason;
+  } cases[] = {
+      {"report_logging_enabled", "yes", -1, ""},
+      {"report_transfer_enabled", "Service", -1, ""},
+      {"report_transfer_enabled", "", -1, ""},
+      {"report_transfer_disabled", "x", -255, "unknown value: x"},
+      {"report_transfer_disabled", "sample_detection|x", -255, "unknown value: x"},
+      {"report_transfer_disabled", "sample_detection||audio_activity", -255, "unknown value: "},
+      {"report_transfer_host", "127.0.0.1:x", -1, ""},
+      {"report_transfer_host", ",", -1, ""},
+      {"report_on_call_termination", "1", -1, ""},
+      {"audio_detection_drift", "4", -255, "[audio_detection_drift] must not exceed [3]"},
+      {"audio_detection_drift", "260", -255, "[audio_detection_drift] must not exceed [3]"},
+      {"audio_detection_drift", "-1", -1, ""},
+      {"audio_detection_drift", "2 ", -1, ""},
+      {"segment_detection_default_signal_threshold", "loud", -1, ""},
+      {"segment_detection_default_deviation_threshold", "1e999", -1, ""},
+      {"segment_detection_default_power_threshold", "0,5", -1, ""},
+      {"segment_detection_default_activity_hits", "5.0", -1, ""},
+      {"segment_detection_default_silence_hits", "", -1, ""},
+      {"Report_logging_enabled", "true", 1, ""},
+      {"port", "70000", -1, ""},
+      {"kafka_broker", "x", 1, ""},
+  };
+  for (const auto& c : cases) {
+    Configuration config;
+    std::string reason;
+    EXPECT_EQ(set(config, c.name, c.value, &reason), c.expected) << c.name << "=" << c.value;
+    EXPECT_EQ(reason, c.reason);
+    EXPECT_FALSE(config.report_to_service);
+    EXPECT_TRUE(config.report_to_session);
+    EXPECT_EQ(config.audio_detection_drift, 1);
+    EXPECT_EQ(config.segment_detection_default_signal_threshold, 1.0);
+    EXPECT_EQ(config.segment_detection_default_activity_hits, 5u);
+  }
+}
+
+TEST(NodeConfiguration, EachKeySetsItsOwnField) {
+  cv::test::LogCapture log;
+  Configuration config;
+  EXPECT_TRUE(config.parse_args(
+      "report_logging_enabled=false,report_on_call_termination=true,audio_detection_drift=3,"
+      "segment_detection_default_signal_threshold=2.5,"
+      "segment_detection_default_deviation_threshold=128,"
+      "segment_detection_default_power_threshold=0.25,segment_detection_default_activity_hits=9,"
+      "segment_detection_default_silence_hits=18446744073709551615,port=5060,log_level=DEBUG,"
+      "statistic_logging_enabled=false"));
+  EXPECT_FALSE(config.report_logging_enabled);
+  EXPECT_TRUE(config.report_on_call_termination);
+  EXPECT_EQ(config.audio_detection_drift, 3);
+  EXPECT_EQ(config.segment_detection_default_signal_threshold, 2.5);
+  EXPECT_EQ(config.segment_detection_default_deviation_threshold, 128.0);
+  EXPECT_EQ(config.segment_detection_default_power_threshold, 0.25);
+  EXPECT_EQ(config.segment_detection_default_activity_hits, 9u);
+  EXPECT_EQ(config.segment_detection_default_silence_hits, UINT64_MAX);
+  EXPECT_EQ(config.port, 5060);
+  EXPECT_EQ(config.log_level, cv::log::Level::DEBUG);
+  EXPECT_FALSE(config.statistic_logging_enabled);
+}
+
+TEST(NodeConfiguration, SwitchesWhereReportsGo) {
+  const struct {
+    const char* args;
+    bool parsed, to_service, to_session, sample_detection, audio_activity;
+  } cases[] = {
+      {"", true, false, true, true, true},
+      {"report_transfer_enabled=true", true, true, true, true, true},
+      {"report_transfer_enabled=false", true, false, false, true, true},
+      {"report_transfer_enabled=service", true, true, false, true, true},
+      {"report_transfer_enabled=session", true, false, true, true, true},
+      {"report_transfer_host=10.0.0.5:9000", true, true, true, true, true},
+      {"report_transfer_host=10.0.0.5:9000,report_transfer_enabled=false", true, false, false, true,
+       true},
+      {"report_transfer_disabled=sample_detection", true, false, true, false, true},
+      {"report_transfer_disabled=sample_detection|audio_activity", true, false, true, false, false},
+      {"report_transfer_disabled=audio_activity|x", false, false, true, true, false},
+  };
+  for (const auto& c : cases) {
+    cv::test::LogCapture log;
+    Configuration config;
+    EXPECT_EQ(config.parse_args(c.args), c.parsed) << c.args;
+    EXPECT_EQ(config.report_to_service, c.to_service) << c.args;
+    EXPECT_EQ(config.report_to_session, c.to_session) << c.args;
+    EXPECT_EQ(config.sample_detection_transfer, c.sample_detection) << c.args;
+    EXPECT_EQ(config.audio_activity_transfer, c.audio_activity) << c.args;
+  }
+}
+
+TEST(NodeConfiguration, TakesTheFirstOfTheReportHosts) {
+  const struct {
+    const char *value, *host, *address;
+    uint16_t port;
+  } cases[] = {
+      {nullptr, "127.0.0.1", "127.0.0.1", 0},
+      {"10.0.0.5:9000-9001,10.0.0.6:1", "10.0.0.5", "10.0.0.5", 9000},
+      {"10.0.0.5", "10.0.0.5", "10.0.0.5", 0},
+      {"a.name:7", "a.name", "0.0.0.0", 7},
+  };
+  for (const auto& c : cases) {
+    Configuration config;
+    if (c.value != nullptr) {
+      EXPECT_EQ(set(config, "report_transfer_host", c.value), 0);
+    }
+    const cv::net::HostAddr& host = config.report_transfer_host;
+    EXPECT_EQ(host.host, c.host);
+    EXPECT_EQ(host.port, c.port);
+    EXPECT_EQ(host.addr.sin_family, AF_INET);
+    EXPECT_STREQ(inet_ntoa(host.addr.sin_addr), c.address);
+    EXPECT_EQ(ntohs(host.addr.sin_port), c.port);
+  }
+}
+
+}  // namespace
