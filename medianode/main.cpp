@@ -1,0 +1,6 @@
+#include "medianode/service.h"
+
+int main(int argc, char** argv) {
+  cv::mn::Service service;
+  return service.start(argc, argv);
+}

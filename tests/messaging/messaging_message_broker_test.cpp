@@ -1,0 +1,258 @@
+#include "messaging/messaging_message_broker.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <mutex>
+
+#include "support/eventually.h"
+#include "support/log_capture.h"
+#include "support/mock_kafka.h"
+
+namespace {
+
+using cv::log::Level;
+using cv::messaging::MessageBroker;
+using cv::messaging::MessageBrokerSettings;
+using cv::test::eventually;
+using cv::test::LogCapture;
+using cv::test::MockKafka;
+using Buffer = std::unique_ptr<unsigned char, decltype(&std::free)>;
+
+// A port that nothing listens on.
+const char* const nobody = "127.0.0.1:1";
+
+std::string compressed(const std::string& plain) {
+  size_t size = plain.size();
+  const Buffer body(
+      MessageBroker::compress(reinterpret_cast<const unsigned char*>(plain.data()), size),
+      &std::free);
+  return std::string(reinterpret_cast<const char*>(body.get()), size);
+}
+
+/// The plain text, or "(null)".
+std::string decompressed(const std::string& body) {
+  size_t size = body.size();
+  const Buffer plain(
+      MessageBroker::decompress(reinterpret_cast<const unsigned char*>(body.data()), size),
+      &std::free);
+  if (plain == nullptr) return "(null)";
+  return std::string(reinterpret_cast<const char*>(plain.get()), size);
+}
+
+void send(MessageBroker& broker, const std::string& topic, const std::string& body) {
+  broker.send(topic, reinterpret_cast<const unsigned char*>(body.data()), body.size());
+}
+
+/// Bodies and time-outs as the consumer thread delivers them.
+struct Received {
+  MessageBrokerSettings settings(std::string brokers, std::vector<std::string> topics) {
+    MessageBrokerSettings settings;
+    settings.brokers = std::move(brokers);
+    settings.group_id = "group";
+    settings.topics = std::move(topics);
+    settings.consume_timeout = 1;
+    settings.on_message = [this](const unsigned char* data, size_t size) {
+      const std::lock_guard lock(mutex);
+      bodies.emplace_back(reinterpret_cast<const char*>(data), size);
+    };
+    settings.on_timeout = [this] { ++timeouts; };
+    return settings;
+  }
+  std::vector<std::string> all() {
+    const std::lock_guard lock(mutex);
+    return bodies;
+  }
+
+  std::mutex mutex;
+  std::vector<std::string> bodies;
+  std::atomic<int> timeouts{0};
+};
+
+TEST(MessageBody, GivesBackWhatWasCompressed) {
+  for (const std::string& plain :
+       {std::string(), std::string(1, '\0'), std::string("{\"type\":\"x\"}"),
+        std::string("\0\xff\x80 bytes", 9), std::string(60, 'a')}) {
+    EXPECT_EQ(decompressed(compressed(plain)), plain);
+  }
+}
+
+TEST(MessageBody, InflatesToTenTimesItsSizeAndNoFurther) {
+  // The most zeros that a stream of some size holds within the limit, and one more in a stream of
+  // the same size: the limit is hit from both sides.
+  size_t limit = 0;
+  for (size_t count = 1; count < 2000 && limit == 0; ++count) {
+    const std::string body = compressed(std::string(count, '\0'));
+    if (body.size() * 10 == count && compressed(std::string(count + 1, '\0')).size() == body.size())
+      limit = count;
+  }
+  ASSERT_GT(limit, 0u);
+  LogCapture log;
+  EXPECT_EQ(decompressed(compressed(std::string(limit, '\0'))), std::string(limit, '\0'));
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(decompressed(compressed(std::string(limit + 1, '\0'))), "(null)");
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{"ERROR messaging_message_broker MESSAGE_BROKER: "
+                                                   "message decompressing error (-5)"}));
+}
+
+TEST(MessageBody, RefusesWhatIsNoStream) {
+  const std::string whole = compressed("0123456789 0123456789");
+  for (const std::string& body :
+       {std::string(), std::string("plain text"), whole.substr(0, whole.size() - 3),
+        std::string(whole).replace(whole.size() - 1, 1, "\x7f")}) {
+    LogCapture log;
+    EXPECT_EQ(decompressed(body), "(null)");
+    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: message decompressing error ("), 1u);
+  }
+}
+
+struct FakeEvent : RdKafka::Event {
+  FakeEvent(Type event_type, bool is_fatal = false) : m_type(event_type), m_fatal(is_fatal) {}
+  Type type() const override { return m_type; }
+  RdKafka::ErrorCode err() const override { return RdKafka::ERR__TRANSPORT; }
+  Severity severity() const override { return EVENT_SEVERITY_ERROR; }
+  std::string fac() const override { return "FAIL"; }
+  std::string str() const override { return "text"; }
+  int throttle_time() const override { return 7; }
+  std::string broker_name() const override { return "one"; }
+  int broker_id() const override { return 3; }
+  bool fatal() const override { return m_fatal; }
+  Type m_type;
+  bool m_fatal;
+};
+
+TEST(MessageBroker, LogsTheLibrarysEvents) {
+  using Event = RdKafka::Event;
+  const std::string transport = RdKafka::err2str(RdKafka::ERR__TRANSPORT);
+  const std::string head = "MESSAGE_BROKER: ";
+  struct Case {
+    FakeEvent event;
+    Level level;
+    std::string line;
+  };
+  const Case cases[] = {
+      {{Event::EVENT_ERROR}, Level::ERROR, head + " error (" + transport + "): text"},
+      {{Event::EVENT_ERROR, true}, Level::ERROR, head + "FATAL error (" + transport + "): text"},
+      {{Event::EVENT_STATS}, Level::ERROR, head + "STAT: text"},
+      {{Event::EVENT_LOG}, Level::INFO, head + "LOG-3-FAIL: text"},
+      {{Event::EVENT_THROTTLE}, Level::INFO, head + "THROTTLED: 7ms by one(id: 3)"},
+  };
+  MessageBroker broker(Received().settings(nobody, {}));
+  for (const Case& c : cases) {
+    LogCapture log;
+    FakeEvent event = c.event;
+    broker.event_cb(event);
+    EXPECT_TRUE(log.has(c.level, c.line)) << c.line;
+  }
+}
+
+TEST(MessageBroker, SendsAndReceivesOverACluster) {
+  LogCapture log;
+  MockKafka kafka({"all", "own", "other"});
+  kafka.produce("own", compressed("from before the first assignment"));
+  Received received;
+  {
+    MessageBroker broker(received.settings(kafka.brokers(), {"all", "own"}));
+    ASSERT_TRUE(log.has(Level::SYSTEM, "MESSAGE_BROKER: subscribed for [all], [own] topic(s)"));
+    EXPECT_EQ(broker.assignments(), 1u);
+    EXPECT_TRUE(log.has(Level::SYSTEM, "MESSAGE_BROKER: rebalance \"" +
+                                           RdKafka::err2str(RdKafka::ERR__ASSIGN_PARTITIONS) +
+                                           "\": [all/0], [own/0]"));
+    EXPECT_TRUE(
+        log.has(Level::SYSTEM, "MESSAGE_BROKER: sync offset for [all/0] from (-1001) to (0)"));
+    EXPECT_TRUE(
+        log.has(Level::SYSTEM, "MESSAGE_BROKER: sync offset for [own/0] from (-1001) to (1)"));
+
+    kafka.produce("own", "no stream");
+    kafka.produce("own", compressed(std::string(5000, 'x')));
+    kafka.produce("own", compressed("first"));
+    send(broker, "own", "second");
+    send(broker, "other", "elsewhere");
+    EXPECT_TRUE(eventually([&] { return received.all().size() >= 2; }));
+    EXPECT_EQ(received.all(), (std::vector<std::string>{"first", "second"}));
+    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: message decompressing error (-3)"));
+    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: message decompressing error (-5)"));
+    EXPECT_TRUE(log.has(Level::INFO, "MESSAGE_BROKER: message delivered to own[0] at offset (4)"));
+    EXPECT_TRUE(eventually([&] { return log.has_containing("EOF reached for partition [0]"); }));
+    const int before = received.timeouts;
+    EXPECT_TRUE(eventually([&] { return received.timeouts > before; }));
+    EXPECT_EQ(kafka.consume("other", 1), (std::vector<std::string>{compressed("elsewhere")}));
+
+    constexpr int16_t produce_request = 0;
+    kafka.push_errors(produce_request, {RD_KAFKA_RESP_ERR_MSG_SIZE_TOO_LARGE});
+    send(broker, "own", "refused");
+    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: message delivery failed to own[0], error: " +
+                                          RdKafka::err2str(RdKafka::ERR_MSG_SIZE_TOO_LARGE)));
+  }
+  EXPECT_TRUE(log.has_containing("MESSAGE_BROKER: messages listening thread ["));
+  EXPECT_EQ(log.lines().back().level, Level::SYSTEM);
+}
+
+TEST(MessageBroker, ResubscribesWhenAnUnknownTopicExistsAfterAll) {
+  LogCapture log;
+  MockKafka kafka({"all", "own"});
+  kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART);
+  const auto resubscribed = [&] {
+    return log.has(Level::INFO, "MESSAGE_BROKER: topics resubscribed successfully");
+  };
+  Received received;
+  MessageBrokerSettings settings = received.settings(kafka.brokers(), {"all", "own"});
+  settings.interrupted = resubscribed;
+  MessageBroker broker(std::move(settings));
+  ASSERT_TRUE(resubscribed());
+  EXPECT_TRUE(log.has(Level::WARNING,
+                      "MESSAGE_BROKER: topic [own] is unknown, let's check the one has been "
+                      "already created at broker"));
+  EXPECT_TRUE(log.has(Level::INFO,
+                      "MESSAGE_BROKER: topic [own] exist at broker, let's resubscribe to reload "
+                      "the topic"));
+  const int before = received.timeouts;
+  EXPECT_TRUE(eventually([&] { return received.timeouts > before; })) << "it goes on consuming";
+}
+
+TEST(MessageBroker, LivesWithoutAClusterAndSaysSo) {
+  LogCapture log;
+  Received received;
+  {
+    MessageBroker broker(received.settings(nobody, {"own"}));
+    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"));
+    EXPECT_EQ(broker.assignments(), 0u);
+    send(broker, "own", "lost");
+    EXPECT_TRUE(
+        log.has(Level::WARNING, "MESSAGE_BROKER: message may not be sent to [own]; error (-185): " +
+                                    RdKafka::err2str(RdKafka::ERR__TIMED_OUT)));
+    EXPECT_GT(received.timeouts, 0);
+    EXPECT_GT(log.count_containing("MESSAGE_BROKER:  error ("), 0u);
+  }
+  EXPECT_TRUE(
+      log.has(Level::WARNING, "MESSAGE_BROKER: losing data as (1) message(s) were not delivered"));
+  EXPECT_TRUE(received.all().empty());
+}
+
+TEST(MessageBroker, EndsItsConsumerWhenItCannotBeCreated) {
+  LogCapture log;
+  Received received;
+  {
+    MessageBrokerSettings settings = received.settings(nobody, {"own"});
+    settings.group_id.clear();
+    MessageBroker broker(std::move(settings));
+    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: failed to create consumer: "), 1u);
+    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"));
+    EXPECT_TRUE(log.has_containing("] stopped"));
+  }
+  EXPECT_EQ(received.timeouts, 0);
+}
+
+TEST(MessageBroker, GivesUpItsFirstWaitWhenInterrupted) {
+  LogCapture log;
+  Received received;
+  MessageBrokerSettings settings = received.settings(nobody, {"own"});
+  settings.interrupted = [] { return true; };
+  { const MessageBroker broker(std::move(settings)); }
+  EXPECT_FALSE(log.has_containing("consumer startup failed"));
+  EXPECT_FALSE(log.has_containing("subscribed for"));
+  EXPECT_TRUE(log.has_containing("] stopped"));
+}
+
+}  // namespace

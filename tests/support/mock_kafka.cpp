@@ -1,0 +1,117 @@
+#include "support/mock_kafka.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+
+#include "messaging/messaging_message_broker.h"
+
+namespace cv::test {
+
+namespace {
+
+constexpr int32_t broker_id = 1;
+constexpr int delivery_ms = 10000;
+constexpr auto consume_limit = std::chrono::seconds(10);
+
+/// Runs MessageBroker::compress or ::decompress over a text.
+template <typename Transform>
+std::string transformed(Transform transform, const std::string& body) {
+  std::size_t size = body.size();
+  const std::unique_ptr<unsigned char, decltype(&std::free)> result(
+      transform(reinterpret_cast<const unsigned char*>(body.data()), size), &std::free);
+  if (result == nullptr) return "";
+  return std::string(reinterpret_cast<const char*>(result.get()), size);
+}
+
+}  // namespace
+
+std::string pack_event(const std::string& json) {
+  return transformed(&messaging::MessageBroker::compress, std::string(1, '\0') + json);
+}
+
+std::string unpack_event(const std::string& body) {
+  const std::string plain = transformed(&messaging::MessageBroker::decompress, body);
+  EXPECT_FALSE(plain.empty());
+  EXPECT_EQ(plain.substr(0, 1), std::string(1, '\0')) << "kind of a JSON event";
+  return plain.substr(std::min<std::size_t>(1, plain.size()));
+}
+
+MockKafka::MockKafka(const std::vector<std::string>& topics)
+    : m_host(make_client(RD_KAFKA_PRODUCER, false)),
+      m_cluster(rd_kafka_mock_cluster_new(m_host.get(), 1)),
+      m_producer(make_client(RD_KAFKA_PRODUCER, true)) {
+  for (const std::string& topic : topics) {
+    EXPECT_EQ(rd_kafka_mock_topic_create(m_cluster, topic.c_str(), 1, 1),
+              RD_KAFKA_RESP_ERR_NO_ERROR);
+  }
+}
+
+MockKafka::~MockKafka() {
+  m_producer.reset();
+  rd_kafka_mock_cluster_destroy(m_cluster);
+}
+
+std::string MockKafka::brokers() const { return rd_kafka_mock_cluster_bootstraps(m_cluster); }
+
+MockKafka::Handle MockKafka::make_client(rd_kafka_type_t type, bool connected) const {
+  char error[256] = "";
+  rd_kafka_conf_t* conf = rd_kafka_conf_new();
+  rd_kafka_conf_set_log_cb(conf, nullptr);
+  rd_kafka_conf_set(conf, "group.id", "mock_kafka", error, sizeof error);
+  rd_kafka_conf_set(conf, "fetch.wait.max.ms", "50", error, sizeof error);
+  if (connected) {
+    rd_kafka_conf_set(conf, "bootstrap.servers", brokers().c_str(), error, sizeof error);
+  }
+  Handle handle(rd_kafka_new(type, conf, error, sizeof error), &rd_kafka_destroy);
+  EXPECT_NE(handle, nullptr) << error;
+  return handle;
+}
+
+void MockKafka::produce(const std::string& topic, const std::string& body) {
+  EXPECT_EQ(rd_kafka_producev(m_producer.get(), RD_KAFKA_V_TOPIC(topic.c_str()),
+                              RD_KAFKA_V_MSGFLAGS(RD_KAFKA_MSG_F_COPY),
+                              RD_KAFKA_V_VALUE(const_cast<char*>(body.data()), body.size()),
+                              RD_KAFKA_V_END),
+            RD_KAFKA_RESP_ERR_NO_ERROR);
+  EXPECT_EQ(rd_kafka_flush(m_producer.get(), delivery_ms), RD_KAFKA_RESP_ERR_NO_ERROR);
+}
+
+std::vector<std::string> MockKafka::consume(const std::string& topic, std::size_t count) {
+  const Handle consumer = make_client(RD_KAFKA_CONSUMER, true);
+  rd_kafka_poll_set_consumer(consumer.get());
+  rd_kafka_topic_partition_list_t* partitions = rd_kafka_topic_partition_list_new(1);
+  rd_kafka_topic_partition_list_add(partitions, topic.c_str(), 0)->offset =
+      RD_KAFKA_OFFSET_BEGINNING;
+  rd_kafka_assign(consumer.get(), partitions);
+  rd_kafka_topic_partition_list_destroy(partitions);
+
+  std::vector<std::string> bodies;
+  const auto deadline = std::chrono::steady_clock::now() + consume_limit;
+  while (bodies.size() < count && std::chrono::steady_clock::now() < deadline) {
+    rd_kafka_message_t* message = rd_kafka_consumer_poll(consumer.get(), 100);
+    if (message == nullptr) continue;
+    if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
+      bodies.emplace_back(static_cast<const char*>(message->payload), message->len);
+    }
+    rd_kafka_message_destroy(message);
+  }
+  rd_kafka_consumer_close(consumer.get());
+  return bodies;
+}
+
+void MockKafka::set_topic_error(const std::string& topic, rd_kafka_resp_err_t error) {
+  rd_kafka_mock_topic_set_error(m_cluster, topic.c_str(), error);
+}
+
+void MockKafka::push_errors(int16_t api_key, const std::vector<rd_kafka_resp_err_t>& errors) {
+  rd_kafka_mock_push_request_errors_array(m_cluster, api_key, errors.size(), errors.data());
+}
+
+void MockKafka::set_down() { rd_kafka_mock_broker_set_down(m_cluster, broker_id); }
+
+void MockKafka::set_up() { rd_kafka_mock_broker_set_up(m_cluster, broker_id); }
+
+}  // namespace cv::test

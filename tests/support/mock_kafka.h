@@ -1,0 +1,53 @@
+// A Kafka cluster of one broker inside the test process, on a loopback port of the kernel's choice.
+//
+// Every topic has one partition and exists from the start: the cluster would make an unknown one
+// with four. The consumer under test needs three seconds to its first assignment, and a message
+// broker's destructor waits five for this cluster's threads: tests with it are kept few.
+// Owner: the test; it must outlive the clients under test. One thread.
+#pragma once
+
+#include <librdkafka/rdkafka.h>
+#include <librdkafka/rdkafka_mock.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace cv::test {
+
+/// A JSON event as it travels: kind byte and text, as a zlib stream.
+std::string pack_event(const std::string& json);
+/// The JSON text of a packed event; fails the test when the body is none.
+std::string unpack_event(const std::string& body);
+
+class MockKafka {
+ public:
+  explicit MockKafka(const std::vector<std::string>& topics);
+  ~MockKafka();
+  MockKafka(const MockKafka&) = delete;
+  MockKafka& operator=(const MockKafka&) = delete;
+
+  /// "127.0.0.1:port"
+  std::string brokers() const;
+
+  /// Publishes a raw body; returns when the cluster has it.
+  void produce(const std::string& topic, const std::string& body);
+  /// The raw bodies of a topic from its beginning: `count` of them, fewer when they do not come.
+  std::vector<std::string> consume(const std::string& topic, std::size_t count);
+
+  /// From now on the cluster answers for `topic` with `error`; RD_KAFKA_RESP_ERR_NO_ERROR ends that.
+  void set_topic_error(const std::string& topic, rd_kafka_resp_err_t error);
+  /// The next requests with this key of the Kafka protocol are answered with these errors.
+  void push_errors(int16_t api_key, const std::vector<rd_kafka_resp_err_t>& errors);
+  void set_down();
+  void set_up();
+
+ private:
+  using Handle = std::unique_ptr<rd_kafka_t, decltype(&rd_kafka_destroy)>;
+  Handle make_client(rd_kafka_type_t type, bool connected) const;
+
+  Handle m_host;
+  rd_kafka_mock_cluster_t* m_cluster;
+  Handle m_producer;
+};
+
+}  // namespace cv::test
