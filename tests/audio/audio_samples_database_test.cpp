@@ -135,9 +135,13 @@ TEST(SamplesDatabase, KeepsItsTablesAsFilled) {
   EXPECT_FALSE(database.hash_database(77));
   EXPECT_EQ(database.state(77), State::NotBuilt);
 
+  build(database, true, false);
+  EXPECT_EQ(database.state(1), State::Complete);
   const auto metadata = make_metadata(1);
   database.add_configuration({1, {metadata, metadata, make_metadata(1)}});
   EXPECT_EQ(database.configuration_count(), 2u) << "a rule entered again replaces the first";
+  EXPECT_EQ(database.state(1), State::NotBuilt);
+  EXPECT_FALSE(database.hash_database(1));
   EXPECT_EQ(database.configurations().at(1).configuration.samples.size(), 2u)
       << "the same pointer counts once, another with its content does not";
   database.announce_payload(1);

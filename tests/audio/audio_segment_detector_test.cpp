@@ -103,8 +103,14 @@ TEST(SegmentDetector, TakesAnyLoudEnoughFrameForActiveWithoutAPowerThreshold) {
   SpectrumFrame frame;
   frame.amplitude = 1;
   frame.power = 0.5;
+  frame.entropy = 0.5;
   detector.handle_frame(frame, events, &frame);
   EXPECT_EQ(events.texts, std::vector<std::string>{"start 0@0"});
+
+  options.activity_hits = 2;
+  detector.set_options(options);
+  detector.handle_frame(frame, events, &frame);
+  EXPECT_EQ(events.texts.size(), 1u) << "a running segment does not start again";
 
   detector = SegmentDetector();
   EXPECT_EQ(detector.options().pow_threshold, 0.75);
