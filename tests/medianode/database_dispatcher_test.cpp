@@ -119,9 +119,10 @@ TEST_F(DatabaseDispatcherTest, BuildsOnceAllSamplesAreInAndSwitchesWithTheNextLo
 }
 
 TEST_F(DatabaseDispatcherTest, AsksOnlyForTheSamplesThatItDoesNotHave) {
-  EXPECT_EQ(configure(1, {{5, {1, 2}}}), std::set<uint32_t>{0});
+  EXPECT_EQ(configure(1, {{5, {1, 2, 9}}}), std::set<uint32_t>{0});
   receive(1, {{10, 0}});
-  // A configuration that overtakes the samples of the one before keeps what has arrived.
+  // A configuration that overtakes the samples of the one before keeps what has arrived, and waits
+  // for its own samples only.
   EXPECT_EQ(configure(2, {{5, {1, 2, 3}}, {6, {4}}}), (std::set<uint32_t>{2, 3, 4}));
   EXPECT_TRUE(swaps.empty());
   receive(2, {{10, 0}});
@@ -137,6 +138,8 @@ TEST_F(DatabaseDispatcherTest, AsksOnlyForTheSamplesThatItDoesNotHave) {
   EXPECT_EQ(before->sample_count(), 3u) << "who holds the old database keeps it";
   // A sample dropped by one configuration has to be asked for again by the next.
   EXPECT_EQ(configure(4, {{5, {1, 3}}}), std::set<uint32_t>{1});
+  get(5);
+  EXPECT_EQ(version, 3u) << "that of the database in use, not of the one in the making";
 }
 
 TEST_F(DatabaseDispatcherTest, AConfigurationWithoutRulesIsBuiltAtOnce) {
@@ -216,7 +219,9 @@ TEST_F(DatabaseDispatcherTest, LateSamplesMakeAFreshContainerOnceTheLastIsIn) {
   dispatcher.on_event_timeout();
   const auto without = get(5);
   receive(2, {{11, 0}});
-  EXPECT_EQ(get(5), without) << "one is still missing";
+  clock.advance_seconds(60);
+  dispatcher.on_event_timeout();
+  EXPECT_EQ(get(5), without) << "one is still missing, and no time-out runs for it";
   receive(3, {{12, 0}});
   EXPECT_EQ(indexed(5), "123");
   EXPECT_EQ(without->sample_count(), 1u);
