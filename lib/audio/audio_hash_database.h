@@ -2,21 +2,22 @@
 // at, and the samples those places belong to.
 //
 // Invariants:
-// 1. A HashDatabase never changes after construction; any number of threads read it without a lock.
-// 2. The entries of a hash are in the order the samples were given and, within a sample, in the
-// order
-//    of its points. Entries of one sample therefore stand together.
+// 1. A HashDatabase never changes after construction, nor do the metadata and payloads in it; any
+//    number of threads read it without a lock.
+// 2. The entries of a hash are in the order the samples were given and, within a sample, in the order
+//    of its points.
 // 3. Every entry's sample is present, with metadata and payload.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "audio/audio_hash_generator.h"
+#include "audio/audio_hash_index.h"
+#include "audio/audio_vote_layout.h"
 #include "core/reference_countable.h"
 
 namespace cv::audio {
@@ -44,17 +45,10 @@ struct HashSample {
   rc_ptr<HashSamplePayload> payload;
 };
 
-/// One occurrence of a hash.
-struct HashDatabaseEntry {
-  uint32_t sample_id;
-  uint32_t offset;
-
-  bool operator==(const HashDatabaseEntry&) const = default;
-};
-
 class HashDatabase : public ReferenceCountable {
  public:
-  using Entries = std::span<const HashDatabaseEntry>;
+  using Entries = HashEntries;
+  using Payloads = std::vector<rc_ptr<HashSamplePayload>>;
 
   /// No samples, no hashes.
   HashDatabase() = default;
@@ -63,34 +57,36 @@ class HashDatabase : public ReferenceCountable {
   explicit HashDatabase(const std::vector<HashSample>& samples);
 
   /// Every occurrence of `hash`; `m_empty_entry` when there is none. Valid as long as the database.
-  Entries entries(uint32_t hash) const;
+  Entries entries(uint32_t hash) const { return m_index.entries(hash); }
   /// `m_empty_sample` when the identifier is unknown.
   const HashSample& sample(uint32_t sample_id) const;
 
-  bool empty() const { return m_entries.empty(); }
+  /// By position: samples are numbered from 0 in the order their identifiers were first given.
+  const HashSample& sample_at(uint32_t position) const { return m_samples[position]; }
+  /// All that was indexed for the sample at `position`: more than one when it was given again.
+  const Payloads& payloads_at(uint32_t position) const { return m_payloads[position]; }
+  /// Where streams keep their votes for the sample at each position.
+  const VoteLayout& layout() const { return m_layout; }
+
+  bool empty() const { return entry_count() == 0; }
   std::size_t sample_count() const { return m_samples.size(); }
   /// Number of distinct hashes.
-  std::size_t hash_count() const { return m_hash_count; }
-  std::size_t entry_count() const { return m_entries.size(); }
+  std::size_t hash_count() const { return m_index.hash_count(); }
+  std::size_t entry_count() const { return m_index.entry_count(); }
 
   static const Entries m_empty_entry;
   static const HashSample m_empty_sample;
 
  private:
-  // The occurrences of one hash are m_entries[begin] to m_entries[begin + count - 1].
-  struct Run {
-    uint32_t hash = 0;
-    uint32_t count = 0;  // 0: a free slot
-    std::size_t begin = 0;
-  };
+  std::vector<HashIndex::Part> number_samples(const std::vector<HashSample>& samples);
+  std::vector<uint32_t> sample_ids() const;
+  VoteLayout make_layout() const;
 
-  void build_index(const std::vector<HashSample>& samples);
-  std::size_t slot_of(uint32_t hash) const;
-
-  std::unordered_map<uint32_t, HashSample> m_samples;
-  std::vector<Run> m_index;  // open addressing, a power of two, at most half full
-  std::vector<HashDatabaseEntry> m_entries;
-  std::size_t m_hash_count = 0;
+  std::unordered_map<uint32_t, uint32_t> m_positions;  // by identifier
+  std::vector<HashSample> m_samples;
+  std::vector<Payloads> m_payloads;
+  HashIndex m_index;
+  VoteLayout m_layout;
 };
 
 }  // namespace cv::audio

@@ -5,23 +5,24 @@
 // 2003.)
 //
 // Invariants:
-// 1. Votes are counted for as long as the detector lives; none is forgotten, not even for shifts
-// that
-//    are already announced.
-// 2. Announcements of one sample lie more than `quiet_zone_frames` apart in shift.
-// 3. Which announcements are made, in which order and with which score bits, follows from the
-// points,
+// 1. Every vote counts for as long as the detector lives, also for shifts that are announced already.
+// 2. Announcements of one sample lie more than ReportedShifts::quiet_zone_frames apart in shift.
+// 3. Which announcements are made, in which order and with which score bits, follows from the points,
 //    the database and the drift alone.
+//
+// A stream's frames ascend; then its votes cost little time and memory (audio_vote_window.h). A stream
+// whose frames go back, and a sample with offsets that no recording has, are counted apart, with the
+// same result (audio_track_match.h).
 // All times are frames. Threads: one at a time.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <unordered_map>
-#include <unordered_set>
-#include <utility>
 #include <vector>
 
 #include "audio/audio_hash_database.h"
+#include "audio/audio_track_match.h"
 
 namespace cv::audio {
 
@@ -45,18 +46,24 @@ class SamplesDetectorCallback {
 class SamplesDetector {
  public:
   static constexpr uint8_t default_drift_frames = 1;
-  static constexpr int quiet_zone_frames = 8;
+
+  SamplesDetector();
+  SamplesDetector(SamplesDetector&&) noexcept;
+  SamplesDetector& operator=(SamplesDetector&&) noexcept;
+  ~SamplesDetector();
 
   /// Back to the new state: no database, default drift, no votes.
   void reset() { *this = SamplesDetector(); }
-  /// To be called before the first vote, or after reset().
-  void set_database(rc_ptr<HashDatabase> database) { m_database = std::move(database); }
-  /// How many neighbouring shifts on each side count together with a shift.
-  void set_drift(uint8_t drift_frames) { m_drift = drift_frames; }
+  /// To be called before the first vote, or after reset(); later, all votes have to be counted anew.
+  void set_database(rc_ptr<HashDatabase> database);
+  /// How many neighbouring shifts on each side count together with a shift. To be called as
+  /// set_database(). Beyond VoteLayout::max_ring_drift_frames votes are counted apart.
+  void set_drift(uint8_t drift_frames);
   const rc_ptr<HashDatabase>& database() const { return m_database; }
 
-  /// Votes with one point and announces each recognition through `callback` before it returns. A
-  /// database must be set. Allocates for samples and shifts not voted for before, nothing else.
+  /// Votes with one point and announces each recognition through `callback`, which leaves the detector
+  /// alone, before it returns. A database must be set. Allocates blocks of counters and points now and
+  /// then, nothing else.
   void handle_hash(HashPoint point, SamplesDetectorCallback& callback, void* user);
 
   /// Appends the best match of every sample that reaches its threshold and is in the database, then
@@ -72,25 +79,19 @@ class SamplesDetector {
   static double score(uint64_t votes, uint64_t total, uint64_t shifts);
 
  private:
-  struct DeltaMatch {
-    uint32_t hits = 0;
-    uint32_t first = 0xFFFFFFFF;
-    uint32_t last = 0;
-  };
-  struct TrackMatch {
-    DeltaMatch& vote(int32_t delta, uint32_t sample_frame, uint8_t drift_frames, uint64_t& votes);
-    void silence_around(int32_t delta);
+  struct OrderedVotes;
+  class Turn;
 
-    uint64_t total = 0;
-    uint64_t best = 0;
-    int32_t best_delta = 0;
-    std::unordered_map<int32_t, DeltaMatch> deltas;
-    std::unordered_set<int32_t> reported;
-  };
+  bool in_order(uint32_t frame) const;
+  void count_apart();
 
   rc_ptr<HashDatabase> m_database;
   uint8_t m_drift = default_drift_frames;
-  std::unordered_map<uint32_t, TrackMatch> m_tracks;
+  /// The frames have gone back, or the drift is too large: votes are in m_tracks only.
+  bool m_apart = false;
+  std::unique_ptr<OrderedVotes> m_ordered;            // none until the first vote
+  std::unordered_map<uint32_t, TrackMatch> m_tracks;  // votes counted apart, by sample identifier
+  std::unordered_map<uint32_t, ReportedShifts> m_reported;  // by sample identifier
 };
 
 }  // namespace cv::audio

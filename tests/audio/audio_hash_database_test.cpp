@@ -12,20 +12,16 @@ namespace {
 using cv::audio::HashDatabase;
 using cv::audio::HashDatabaseEntry;
 using cv::audio::HashPoint;
+using cv::test::entries_of;
 using cv::test::make_sample;
 using Entries = std::vector<HashDatabaseEntry>;
-
-Entries entries(const HashDatabase& database, uint32_t hash) {
-  const auto found = database.entries(hash);
-  return {found.begin(), found.end()};
-}
 
 TEST(HashDatabase, KeepsTheOrderOfSamplesAndPoints) {
   const HashDatabase database({make_sample(9, {{7, 5}, {8, 1}, {7, 2}}),
                                make_sample(3, {{7, 0}, {7, 0}, {0xFFFFFFFF, 0xFFFFFFFF}})});
-  EXPECT_EQ(entries(database, 7), (Entries{{9, 5}, {9, 2}, {3, 0}, {3, 0}}));
-  EXPECT_EQ(entries(database, 8), (Entries{{9, 1}}));
-  EXPECT_EQ(entries(database, 0xFFFFFFFF), (Entries{{3, 0xFFFFFFFF}}));
+  EXPECT_EQ(entries_of(database, 7), (Entries{{9, 5}, {9, 2}, {3, 0}, {3, 0}}));
+  EXPECT_EQ(entries_of(database, 8), (Entries{{9, 1}}));
+  EXPECT_EQ(entries_of(database, 0xFFFFFFFF), (Entries{{3, 0xFFFFFFFF}}));
   EXPECT_EQ(database.hash_count(), 3u);
   EXPECT_EQ(database.entry_count(), 6u);
   EXPECT_EQ(database.sample_count(), 2u);
@@ -54,7 +50,7 @@ TEST(HashDatabase, LetsALaterSampleReplaceAnEarlierOfItsIdentifier) {
   const HashDatabase database({first, second});
   EXPECT_EQ(database.sample(4).metadata, second.metadata);
   EXPECT_EQ(database.sample(4).payload, second.payload);
-  EXPECT_EQ(entries(database, 1), (Entries{{4, 10}, {4, 20}}));
+  EXPECT_EQ(entries_of(database, 1), (Entries{{4, 10}, {4, 20}}));
 }
 
 TEST(HashDatabase, FindsEveryHashOfALargeDatabaseAndNoOther) {
@@ -73,7 +69,7 @@ TEST(HashDatabase, FindsEveryHashOfALargeDatabaseAndNoOther) {
   }
   const HashDatabase database(samples);
   EXPECT_EQ(database.hash_count(), expected.size());
-  for (const auto& [hash, list] : expected) ASSERT_EQ(entries(database, hash), list) << hash;
+  for (const auto& [hash, list] : expected) ASSERT_EQ(entries_of(database, hash), list) << hash;
   for (int round = 0; round < 20000; ++round) {
     const uint32_t hash = random() % (1 << 24);
     EXPECT_EQ(database.entries(hash).empty(), expected.count(hash) == 0);

@@ -85,11 +85,10 @@ TEST(SamplesDatabase, BuildsEachRuleAsFarAsItsSamplesAreThere) {
 TEST(SamplesDatabase, IndexesTheSamplesOfARuleInTheOrderGiven) {
   SamplesDatabase database = filled({{2, 1}, {1}});
   build(database, true, false);
-  const auto entries = database.hash_database(0)->entries(100);
-  ASSERT_EQ(entries.size(), 2u);
-  EXPECT_EQ(entries[0], (cv::audio::HashDatabaseEntry{2, 7}));
-  EXPECT_EQ(entries[1], (cv::audio::HashDatabaseEntry{1, 0}));
-  EXPECT_EQ(database.hash_database(1)->entries(100).size(), 1u) << "each rule has its own index";
+  using Entries = std::vector<cv::audio::HashDatabaseEntry>;
+  EXPECT_EQ(cv::test::entries_of(*database.hash_database(0), 100), (Entries{{2, 7}, {1, 0}}));
+  EXPECT_EQ(cv::test::entries_of(*database.hash_database(1), 100), (Entries{{1, 0}}))
+      << "each rule has its own index";
   EXPECT_NE(database.hash_database(0)->sample(1).metadata,
             database.hash_database(1)->sample(1).metadata);
 }

@@ -1,4 +1,4 @@
-// Samples made of given points.
+// Samples made of given points, and what a database made of them.
 #pragma once
 
 #include <string>
@@ -25,6 +25,12 @@ inline rc_ptr<audio::SampleMetadata> make_metadata(uint32_t id, double threshold
 inline audio::HashSample make_sample(uint32_t id, std::vector<audio::HashPoint> points,
                                      double threshold = 3.0) {
   return {make_metadata(id, threshold), make_payload(std::move(points))};
+}
+
+inline std::vector<audio::HashDatabaseEntry> entries_of(const audio::HashDatabase& database,
+                                                        uint32_t hash) {
+  const audio::HashDatabase::Entries entries = database.entries(hash);
+  return {entries.begin(), entries.end()};
 }
 
 }  // namespace cv::test

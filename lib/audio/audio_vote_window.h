@@ -1,0 +1,88 @@
+// The votes of one stream whose frames ascend: for every sample, counters of the shifts that can still
+// get a vote, in rings (see audio_vote_layout.h). Counters behind the longest offset are forgotten:
+// what matters of them is in the track's total, number of shifts and best shift.
+//
+// The votes of a point for one sample touch one track and, mostly, one cache line of counters. Many
+// streams take turns, so these lines are rarely cached; they are asked for some runs ahead.
+//
+// Counters are bytes. A track whose counters might pass 255 moves them to 32 bits, for good.
+// Memory: that of the layout's chunks voted in, wide rings, and nothing that grows with the call.
+// Threads: one at a time. The database outlives the window.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "audio/audio_hash_database.h"
+
+namespace cv::audio {
+
+class VoteWindow {
+ public:
+  /// What a vote has brought, for a sample with a ring.
+  struct Candidate {
+    uint32_t position;  // of the sample
+    int32_t delta;
+    uint32_t sample_frame;
+    /// Votes of the shift and its neighbours; of the sample; shifts with votes. This one included.
+    uint64_t votes;
+    uint64_t total;
+    uint64_t shifts;
+  };
+
+  class Listener {
+   public:
+    /// Votes that may reach the sample's threshold; few do not.
+    virtual void on_candidate(const Candidate& candidate) = 0;
+    /// A run of a sample that has no ring: not counted here.
+    virtual void on_run_apart(const HashRunCursor& run) = 0;
+
+   protected:
+    ~Listener() = default;
+  };
+
+  explicit VoteWindow(const HashDatabase& database);
+
+  /// Counts the votes of the point at `frame`, in the order of `entries`, and tells the listener as it
+  /// goes. Frames never go back (32-bit circle, see PointLog). `drift_frames`, at most
+  /// VoteLayout::max_ring_drift_frames, is always the same.
+  void vote(uint32_t frame, const HashEntries& entries, uint8_t drift_frames, Listener& listener);
+
+  /// All zero when the sample at `position` has no votes here.
+  VoteTrack track(uint32_t position) const;
+  /// Only for a sample with votes.
+  BestShift best_shift(uint32_t position) const;
+
+ private:
+  struct FreeChunk {
+    void operator()(std::byte* chunk) const;
+  };
+  using Chunk = std::unique_ptr<std::byte, FreeChunk>;
+
+  /// What the votes of one point have in common.
+  template <typename Drift>
+  struct Turn;
+
+  template <typename Drift>
+  void vote_runs(const Turn<Drift>& turn, HashRunCursor run);
+  template <typename Counter, typename Drift>
+  void vote_run(const Turn<Drift>& turn, const HashRunCursor& run, std::byte* chunk, Counter* ring);
+  void note_best(const VoteShape& shape, std::byte* chunk, uint32_t votes, BestShift shift);
+
+  void advance(uint32_t frame);
+  void clear_blocks(uint32_t begin, uint32_t blocks);
+  std::byte* chunk_of(const VoteShape& shape);
+  uint32_t* wide_ring(uint32_t position, VoteTrack& track, const uint8_t* ring);
+
+  const VoteLayout& m_layout;
+  std::vector<Chunk> m_chunks;                                       // empty until voted in
+  std::unordered_map<uint32_t, std::vector<uint32_t>> m_wide_rings;  // by position
+  /// The first shift behind those whose counters are cleared; a multiple of the layout's block.
+  uint32_t m_cleared_end = 0;
+  bool m_started = false;
+};
+
+}  // namespace cv::audio
