@@ -75,7 +75,7 @@ class SignalsTest : public testing::Test {
     return Texts(texts.begin() + 2, texts.end() - 1);
   }
 
-  const cv::test::DefaultSignals m_signals_put_back;
+  cv::test::DefaultSignals m_signals_put_back;
   LogCapture m_log;
 };
 

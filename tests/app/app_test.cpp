@@ -20,7 +20,7 @@ using Texts = std::vector<std::string>;
 
 class ServiceTest : public testing::Test {
  protected:
-  const cv::test::DefaultSignals m_signals_put_back;
+  cv::test::DefaultSignals m_signals_put_back;
   LogCapture m_log;
 };
 

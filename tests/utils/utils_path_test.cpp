@@ -63,7 +63,7 @@ TEST_F(PathTest, AWorkingDirectoryThatIsGoneThrows) {
 }
 
 TEST_F(PathTest, CreatesWhatIsMissingOfADirectory) {
-  std::ofstream("file");
+  std::ofstream("file").close();
   const struct {
     const char* text;
     bool strip_file_name, expected;
