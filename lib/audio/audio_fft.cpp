@@ -3,6 +3,8 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <numbers>
 #include <utility>
 
@@ -40,6 +42,43 @@ complex product(const complex& a, const complex& b) {
   return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
 }
 
+FftFactors stage_factors() {
+  FftFactors table{};
+  table.re[1] = 1;
+  std::size_t stage = 1;
+  for (std::size_t half = 2; half < fft_size; half *= 2, ++stage) {
+    for (std::size_t j = 0; j < half; ++j) {
+      const std::size_t from = j % 2 == 0 ? (half + j) / 2 : half + j - 1;
+      complex factor = {table.re[from], table.im[from]};
+      if (j % 2 == 1) factor = product(factor, W2n[stage]);
+      table.re[half + j] = factor.re;
+      table.im[half + j] = factor.im;
+    }
+  }
+  return table;
+}
+
+/// The invariant of the table. Only rounding each product by itself keeps it, so this also finds a
+/// build in which the compiler fuses products and sums: its fingerprints would match nobody's.
+bool quarter_turns_are_exact(const FftFactors& table) {
+  for (std::size_t half = 2; half < fft_size; half *= 2) {
+    for (std::size_t at = half; at < half + half / 2; ++at) {
+      const std::size_t turned = at + half / 2;
+      if (table.re[turned] != table.im[at] || table.im[turned] != -table.re[at]) return false;
+    }
+  }
+  return true;
+}
+
+FftFactors checked_factors() {
+  const FftFactors table = stage_factors();
+  if (!quarter_turns_are_exact(table)) {
+    std::fputs("FFT: this build does not round products by themselves\n", stderr);
+    std::abort();
+  }
+  return table;
+}
+
 void reorder(complex* data) {
   for (std::size_t i = 1; i < fft_size - 1; ++i) {
     const std::size_t j = reverse256[i];
@@ -57,19 +96,13 @@ void butterflies(complex* data, std::size_t first, std::size_t half, const compl
 
 }  // namespace
 
+const FftFactors fft_factors = checked_factors();
+
 void fft(complex* data) {
   reorder(data);
-  // Factor j of a stage lies in slot j * 128 / half: where the stage before left factor j / 2. Only
-  // the odd ones are new, each one product behind its neighbour.
-  std::array<complex, fft_size / 2> factors;
-  factors[0] = {1, 0};
-  std::size_t stage = 0;
-  for (std::size_t half = 1; half < fft_size; half *= 2, ++stage) {
-    const std::size_t stride = fft_size / 2 / half;
+  for (std::size_t half = 1; half < fft_size; half *= 2) {
     for (std::size_t j = 0; j < half; ++j) {
-      complex& factor = factors[j * stride];
-      if (j % 2 == 1) factor = product(factors[(j - 1) * stride], W2n[stage]);
-      butterflies(data, j, half, factor);
+      butterflies(data, j, half, {fft_factors.re[half + j], fft_factors.im[half + j]});
     }
   }
 }

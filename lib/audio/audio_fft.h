@@ -5,7 +5,7 @@
 // same bits for every input.
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 namespace cv::math {
 
@@ -14,7 +14,18 @@ struct complex {
   double im;
 };
 
-inline constexpr std::size_t fft_size = 256;
+inline constexpr size_t fft_size = 256;
+
+/// The factors exp(-i pi j / h) of the eight stages: factor j of the stage with half-size h at h + j.
+/// Each even one is a factor of the stage before, each odd one is its neighbour's product with the
+/// stage's base factor; a more exact value would be a different value. Filled before main().
+///
+/// Invariant: factor j + h/2 is exactly -i times factor j.
+struct FftFactors {
+  alignas(64) double re[fft_size];
+  alignas(64) double im[fft_size];
+};
+extern const FftFactors fft_factors;
 
 /// In-place forward transform of `fft_size` values: X[k] = sum x[n] exp(-2 pi i nk / 256),
 /// unscaled. Any thread. (Cooley and Tukey, Math. Comp. 19 (1965) 297-301.)

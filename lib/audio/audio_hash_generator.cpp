@@ -3,6 +3,8 @@
 #include <array>
 #include <cmath>
 
+#include "audio/audio_spectrum_dispatch.h"
+
 namespace cv::audio {
 
 namespace {
@@ -40,16 +42,22 @@ class TopJumps {
   std::array<Jump, 4> m_jumps{};
 };
 
+uint32_t hash_of(const SpectrumFrame& frame) {
+  const uint32_t hash = spectrum_kernel().hash(frame.magnitudes.data());
+  if (hash != SpectrumKernel::undecided) return hash;
+  TopJumps top;
+  for (uint32_t i = 1; i < hash_bins; ++i) {
+    top.offer({std::fabs(frame.magnitudes[i] - frame.magnitudes[i - 1]), i});
+  }
+  return top.hash();
+}
+
 }  // namespace
 
 void HashGenerator::compute_hash(const SpectrumFrame& frame, HashGeneratorCallback& callback,
                                  void* user) {
   if (frame.deviation < 1.0) return;
-  TopJumps top;
-  for (uint32_t i = 1; i < hash_bins; ++i) {
-    top.offer({std::fabs(frame.magnitudes[i] - frame.magnitudes[i - 1]), i});
-  }
-  callback.on_hash_data({top.hash(), static_cast<uint32_t>(frame.index)}, user);
+  callback.on_hash_data({hash_of(frame), static_cast<uint32_t>(frame.index)}, user);
 }
 
 void HashExtractor::on_hash_data(HashPoint point, void* user) {

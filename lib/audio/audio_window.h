@@ -8,7 +8,7 @@ namespace cv::audio {
 /// from one C library to the next would give fingerprints that differ from one machine to the next.
 /// (Coefficients: A. H. Nuttall, "Some windows with very good sidelobe behavior", IEEE Trans. ASSP
 /// 29 (1981) 84-91.)
-inline constexpr double window_func[256] = {
+alignas(64) inline constexpr double window_func[256] = {
     0.076719999999999997, 0.076860129908935343, 0.077280434563427994, 0.077980658798184804,
     0.078960377509842777, 0.080218995915047581, 0.081755749911544176, 0.083569706542060293,
     0.085659764560701110, 0.088024655101511223, 0.090662942448798231, 0.093573024908749955,

@@ -8,6 +8,9 @@
 #include <random>
 #include <vector>
 
+#include "audio/audio_window.h"
+#include "support/plain_spectrum.h"
+
 namespace {
 
 using cv::math::complex;
@@ -63,6 +66,24 @@ TEST(Fft, IsExactForAnImpulseAndForAConstant) {
     EXPECT_EQ(impulse[k].im, 0) << k;
     EXPECT_EQ(constant[k].re, k == 0 ? 256 : 0) << k;
     EXPECT_EQ(constant[k].im, 0) << k;
+  }
+}
+
+// The spectra are those of this transform, to the last bit.
+TEST(Fft, GivesTheBitsOfTheSpectra) {
+  std::mt19937 random(2);
+  std::vector<int16_t> samples(256 * 100);
+  for (int16_t& sample : samples) sample = static_cast<int16_t>(random());
+  const auto frames = cv::test::plain_frames(samples);
+  for (const auto& frame : frames) {
+    auto data = signal([&](int n) {
+      return complex{samples[frame.index * 128 + n] * cv::audio::window_func[n], 0};
+    });
+    cv::math::fft(data.data());
+    for (std::size_t k = 1; k <= 127; ++k) {
+      const double power = data[k].re * data[k].re + data[k].im * data[k].im;
+      ASSERT_EQ(std::sqrt(power) / 128, frame.magnitudes[k - 1]) << frame.index << ", bin " << k;
+    }
   }
 }
 

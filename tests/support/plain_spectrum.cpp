@@ -4,6 +4,7 @@
 #include <array>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 #include <utility>
 
@@ -133,6 +134,14 @@ std::optional<audio::HashPoint> plain_hash(const audio::SpectrumFrame& frame) {
   const uint32_t hash = (jumps[0].first & 63) | (jumps[1].first & 63) << 6 |
                         (jumps[2].first & 63) << 12 | (jumps[3].first & 63) << 18;
   return audio::HashPoint{hash, static_cast<uint32_t>(frame.index)};
+}
+
+bool same_frame(const audio::SpectrumFrame& frame, const audio::SpectrumFrame& plain) {
+  static_assert(sizeof frame == (6 + 127) * 8, "no padding");
+  audio::SpectrumFrame adjusted = frame;
+  adjusted.entropy = plain.entropy;
+  return std::memcmp(&adjusted, &plain, sizeof plain) == 0 &&
+         std::fabs(frame.entropy - plain.entropy) <= 1e-12 * plain.entropy;
 }
 
 std::vector<audio::SpectrumFrame> plain_frames(std::span<const int16_t> samples) {

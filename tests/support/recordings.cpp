@@ -11,7 +11,7 @@ namespace cv::test {
 
 namespace {
 
-constexpr const char* prompts_folder = "/usr/share/asterisk/sounds/en_US_f_Allison";
+const std::filesystem::path prompts_folder = "/usr/share/asterisk/sounds";
 
 template <typename T>
 T value_at(const std::string& bytes, std::size_t position) {
@@ -49,10 +49,12 @@ std::vector<int16_t> read_wav(const std::string& path) {
   throw std::runtime_error(path + ": no audio");
 }
 
-std::vector<Recording> english_prompts(std::size_t least_samples) {
-  const std::filesystem::path folder = prompts_folder;
+namespace {
+
+std::vector<Recording> prompts_in(const std::filesystem::path& folder, const std::string& package,
+                                  std::size_t least_samples) {
   if (!std::filesystem::is_directory(folder)) {
-    throw std::runtime_error("the package asterisk-core-sounds-en-wav is not installed");
+    throw std::runtime_error("the package " + package + " is not installed");
   }
   std::vector<Recording> prompts;
   for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {
@@ -64,6 +66,17 @@ std::vector<Recording> english_prompts(std::size_t least_samples) {
   std::sort(prompts.begin(), prompts.end(),
             [](const Recording& a, const Recording& b) { return a.name < b.name; });
   return prompts;
+}
+
+}  // namespace
+
+std::vector<Recording> english_prompts(std::size_t least_samples) {
+  return prompts_in(prompts_folder / "en_US_f_Allison", "asterisk-core-sounds-en-wav",
+                    least_samples);
+}
+
+std::vector<Recording> french_prompts(std::size_t least_samples) {
+  return prompts_in(prompts_folder / "fr_CA_f_June", "asterisk-core-sounds-fr-wav", least_samples);
 }
 
 }  // namespace cv::test
