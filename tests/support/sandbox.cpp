@@ -24,8 +24,7 @@ std::string read_whole(const std::string& path) {
 }
 
 int bind_unix_datagram(const std::string& path) {
-  // Non-blocking: reading stops when nothing more has come.
-  const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -57,12 +56,16 @@ Sandbox::Sandbox() {
     m_mounts.push_back({std::string("/dev/") + device, m_path + "/dev/" + device});
   }
   m_syslog_socket = bind_unix_datagram(m_path + "/dev/log");
+  m_collector = std::thread([this] { collect_syslog(); });
   m_mounts.push_back({m_path + "/dev", "/dev"});
   m_mounts.push_back({m_path + "/etc", "/etc"});
   m_mounts.push_back({m_path + "/varlog", "/var/log"});
 }
 
 Sandbox::~Sandbox() {
+  // Ends the collector's wait.
+  shutdown(m_syslog_socket, SHUT_RDWR);
+  m_collector.join();
   close(m_syslog_socket);
   std::error_code ignored;
   fs::remove_all(m_path, ignored);
@@ -86,13 +89,18 @@ std::string Sandbox::read_var_log(const std::string& name) const {
   return read_whole(m_path + "/varlog/tarnwell/corvanth/" + name);
 }
 
-std::string Sandbox::syslog() {
+std::string Sandbox::syslog() const {
+  const std::lock_guard lock(m_mutex);
+  return m_syslog;
+}
+
+void Sandbox::collect_syslog() {
   char datagram[65536];
-  for (ssize_t size; (size = recv(m_syslog_socket, datagram, sizeof datagram, 0)) >= 0;) {
+  for (ssize_t size; (size = recv(m_syslog_socket, datagram, sizeof datagram, 0)) > 0;) {
+    const std::lock_guard lock(m_mutex);
     m_syslog.append(datagram, static_cast<size_t>(size));
     if (!m_syslog.ends_with('\n')) m_syslog += '\n';
   }
-  return m_syslog;
 }
 
 bool Sandbox::enter() const {

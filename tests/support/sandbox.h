@@ -3,7 +3,9 @@
 // side by side. Made of a mount namespace of the child process (a user namespace too without root).
 #pragma once
 
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace cv::test {
@@ -26,7 +28,7 @@ class Sandbox {
   std::string read_var_log(const std::string& name) const;
 
   /// Every syslog datagram so far, "<PRI>rest" as it came, each ended by a line feed.
-  std::string syslog();
+  std::string syslog() const;
 
   /// Called between fork and exec in the child; true when the view is in place.
   bool enter() const;
@@ -37,10 +39,15 @@ class Sandbox {
     std::string to;
   };
 
+  void collect_syslog();
+
   std::string m_path;
   std::vector<Mount> m_mounts;
   int m_syslog_socket = -1;
+  mutable std::mutex m_mutex;
   std::string m_syslog;
+  // The socket's queue holds ten lines, and behind a full one a child's syslog() would block.
+  std::thread m_collector;
 };
 
 }  // namespace cv::test

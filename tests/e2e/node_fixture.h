@@ -1,0 +1,103 @@
+// A whole node under test: the real executable, an embedded Kafka cluster that the test answers on as
+// the configuration manager, a report receiver, and a socket that sends media to the node.
+//
+// Everything is on 127.0.0.1 and on ports of its own, so that tests run side by side; nothing
+// outlives the test.
+#pragma once
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "audio/audio_hash_generator.h"
+#include "media/media_packet_writer.h"
+#include "net/net_socket.h"
+#include "support/child_process.h"
+#include "support/eventually.h"
+#include "support/mock_kafka.h"
+#include "support/packet_builder.h"
+#include "support/sandbox.h"
+
+namespace cv::test {
+
+/// Receives datagrams on a port of its own, without blocking.
+class UdpReceiver {
+ public:
+  UdpReceiver();
+  ~UdpReceiver();
+  UdpReceiver(const UdpReceiver&) = delete;
+  UdpReceiver& operator=(const UdpReceiver&) = delete;
+
+  uint16_t port() const { return m_port; }
+  /// Everything received so far, one text a datagram.
+  const std::vector<std::string>& texts();
+  /// Waits until a datagram contains `part`; that datagram, or an empty text after 30 s.
+  std::string wait_for(const std::string& part);
+
+ private:
+  int m_descriptor;
+  uint16_t m_port;
+  std::vector<std::string> m_texts;
+};
+
+/// A UDP port that was free a moment ago.
+uint16_t free_udp_port();
+
+/// Silent audio needs no file, speech comes from the recorded prompts.
+std::vector<int16_t> prompt(const std::string& name);
+
+class NodeFixture : public testing::Test {
+ protected:
+  NodeFixture();
+
+  /// Starts the node with its media port, Kafka settings and `settings` (more --args pairs).
+  void start_node(const std::string& settings = "", std::vector<std::string> options = {});
+  /// The two requests that a started node sends first.
+  void wait_for_first_requests();
+  /// start_node() and a configuration: rule 1 looks for `prompts` (sample ids from 101 in their order)
+  /// at threshold 4.5. Returns when the media port is open.
+  void start_ready_node(const std::vector<std::string>& prompts, const std::string& settings = "");
+
+  std::string node_topic() const;
+  void send_to_node(const std::string& json) { m_kafka.produce(node_topic(), pack_event(json)); }
+  void broadcast(const std::string& json);
+  /// The first `count` requests of the node, as JSON texts.
+  std::vector<std::string> requests(size_t count);
+
+  /// `ids`: sample id to prompt name; every sample belongs to `rule`.
+  std::string sample_configuration(uint64_t version, const std::map<uint32_t, std::string>& ids,
+                                   uint64_t rule = 1) const;
+  std::string sample_event(uint32_t id, const std::vector<audio::HashPoint>& points) const;
+  std::string sample_event(uint32_t id, const std::string& prompt_name) const;
+
+  void send(const media::Datagram& datagram);
+  /// START with this rule, features and report address (0: none).
+  void send_start(const CallPackets& call, uint64_t rule, uint8_t features, uint16_t report_port);
+  /// The samples as 20 ms packets, faster than real time but no faster than the node reads them.
+  void send_audio(const CallPackets& call, uint16_t side, const std::vector<int16_t>& samples,
+                  uint32_t first_seq = 1);
+
+  ChildProcess& node() { return *m_node; }
+  bool node_logged(const std::string& text) { return m_node->wait_for_output(text); }
+  std::string syslog() const { return m_sandbox.syslog(); }
+  bool syslog_has(const std::string& text);
+  /// The newest printed value of a statistics line, or -1.
+  long statistic(const std::string& label) const;
+
+  /// SIGTERM, then status 0.
+  void expect_clean_stop();
+
+  static constexpr uint8_t all_features = 0x3C;
+
+  uint16_t m_media_port;
+  Sandbox m_sandbox;
+  MockKafka m_kafka;
+  UdpReceiver m_reports;
+  net::Socket m_sender;
+  std::unique_ptr<ChildProcess> m_node;
+};
+
+}  // namespace cv::test

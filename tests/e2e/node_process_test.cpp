@@ -1,0 +1,169 @@
+// The node as a process: exit statuses, signals, daemon mode, settings files.
+
+#include <filesystem>
+#include <fstream>
+#include <signal.h>
+
+#include "e2e/node_fixture.h"
+
+namespace cv::test {
+namespace {
+
+using NodeProcess = NodeFixture;
+
+/// Signals blocked in every thread of a process but its main one; false when one is not.
+bool workers_block_signals(pid_t pid) {
+  bool all_blocked = true;
+  size_t workers = 0;
+  for (const auto& task :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    if (task.path().filename() == std::to_string(pid)) continue;
+    ++workers;
+    std::ifstream status(task.path() / "status");
+    for (std::string line; std::getline(status, line);) {
+      if (!line.starts_with("SigBlk:")) continue;
+      const uint64_t blocked = std::stoull(line.substr(7), nullptr, 16);
+      for (int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2}) {
+        all_blocked = all_blocked && (blocked >> (number - 1) & 1) != 0;
+      }
+    }
+  }
+  return all_blocked && workers > 4;
+}
+
+TEST_F(NodeProcess, ExitStatusesOfEveryRefusal) {
+  const std::string port = "port=" + std::to_string(m_media_port);
+  const std::string conf = m_sandbox.write_file("node.conf", "# none\nport = 1=2\n");
+  const std::string no_kafka = "CORVANTH_KAFKA_CONF=" + m_sandbox.path() + "/none";
+  const std::string bad_kafka =
+      "CORVANTH_KAFKA_CONF=" + m_sandbox.write_file("kafka.conf", "kafka_broker=a=b\n");
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> environment;
+    int status;
+    std::string output;
+  };
+  const Case cases[] = {
+      {{"--help"}, {}, 0, ""},
+      {{"-h", "--nonsense"}, {}, 0, ""},
+      {{"--verbose"}, {}, 1, ""},
+      {{"--config"}, {}, 1, "SERVICE: value if not specified for option [--config]"},
+      {{"--args", port + ",log_level=info"},
+       {},
+       1,
+       "CONFIGURATION: failed to set option [log_level] to [info]: unexpected value format"},
+      {{"--args", port + ",audio_detection_drift=4"},
+       {},
+       1,
+       "[audio_detection_drift] must not exceed [3]"},
+      {{"--config", conf},
+       {},
+       1,
+       "CONFIGURATION: incorrect option format at line 1: \"port = 1=2\""},
+      {{"--args", port}, {no_kafka}, 1, "CONFIGURATION: failed to open file ["},
+      {{"--args", port}, {bad_kafka}, 1, "CONFIGURATION: incorrect option format at line 0"},
+      {{"--args", "log_level=INFO"},
+       {},
+       1,
+       "SERVICE: media node port must be specified, use \"--args Port=<number>\" in execution "
+       "command"},
+      {{"--args", port + ",log_level=SYSTEM"},
+       {},
+       1,
+       "impossible to set log level stricter than 'error' level"}};
+  for (const Case& refusal : cases) {
+    std::vector<std::string> arguments = {executable("corvanthmedianode")};
+    arguments.insert(arguments.end(), refusal.arguments.begin(), refusal.arguments.end());
+    ChildProcess process(m_sandbox, arguments, refusal.environment);
+    EXPECT_EQ(process.wait_exit(), refusal.status) << process.output();
+    EXPECT_NE(process.output().find(refusal.output), std::string::npos)
+        << "expected: " << refusal.output << "\nin: " << process.output();
+  }
+}
+
+TEST_F(NodeProcess, APortInUseEndsTheNodeWithStatusOne) {
+  net::Socket occupant;
+  ASSERT_TRUE(occupant.open(m_media_port, 0));
+  start_node();
+  wait_for_first_requests();
+  send_to_node(R"({"type":"corvanth_sample_configuration","version":1,"data":[]})");
+  EXPECT_EQ(node().wait_exit(), 1) << node().output();
+  EXPECT_TRUE(node_logged("failed to bind a socket, error (98): "));
+}
+
+TEST_F(NodeProcess, AStopWhileWaitingForTheFirstDatabaseEndsTheNode) {
+  start_node();
+  wait_for_first_requests();
+  node().send_signal(SIGHUP);
+  ASSERT_TRUE(node_logged("SERVICE: update has been requested"));
+  expect_clean_stop();
+  const std::string output = node().output();
+  const size_t received = output.find("SERVICE: signal 15 has been received");
+  const size_t stop = output.find("SERVICE: application stop has been requested");
+  const size_t stopped = output.find("SERVICE: [corvanthmedianode] main thread [");
+  ASSERT_NE(received, output.npos) << output;
+  EXPECT_LT(received, stop);
+  EXPECT_LT(stopped, received) << "the started line comes first";
+  EXPECT_EQ(output.find("PACKETS_READER"), output.npos) << "the media path never opened";
+}
+
+TEST_F(NodeProcess, AStopWithoutAnyBrokerEndsTheNode) {
+  m_sandbox.write_etc("kafka.conf",
+                      "kafka_broker = 127.0.0.1:1\nkafka_topic_request = a\n"
+                      "kafka_topic_broadcast = b\n");
+  start_node();
+  ASSERT_TRUE(node_logged("main thread ["));
+  node().send_signal(SIGINT);
+  EXPECT_EQ(node().wait_exit(60), 0) << node().output();
+}
+
+TEST_F(NodeProcess, ARunningNodeAnswersSignalsOnItsMainThreadOnly) {
+  start_ready_node({"vm-goodbye"});
+  EXPECT_TRUE(workers_block_signals(node().pid()));
+  node().send_signal(SIGUSR1);
+  EXPECT_TRUE(node_logged("SERVICE: user action #1 has been requested"));
+  EXPECT_TRUE(node_logged("]: system interrupted call"));
+  node().send_signal(SIGUSR2);
+  EXPECT_TRUE(node_logged("SERVICE: user action #2 has been requested"));
+  node().send_signal(SIGQUIT);
+  EXPECT_EQ(node().wait_exit(), 0);
+  const std::string output = node().output();
+  size_t at = 0;
+  for (const char* line : {"PACKETS_READER: thread [", "SERVICE: signal 3 has been received",
+                           "PACKETS_READER: thread [", "ANALYSIS_REPORT: reporting thread stopped",
+                           "MESSAGE_BROKER: messages listening thread [",
+                           "STATISTIC_SERVICE: thread [", "main thread ["}) {
+    at = output.find(line, at + 1);
+    EXPECT_NE(at, output.npos) << line << " is missing or out of order in " << output;
+  }
+}
+
+TEST_F(NodeProcess, DaemonModeWritesItsPidFileLogsToSyslogAndStopsOnSigterm) {
+  m_sandbox.write_etc("medianode.conf",
+                      "port = " + std::to_string(m_media_port) + "\nlog_level = DEBUG\n");
+  const std::string pid_file = m_sandbox.write_file("node.pid", "old text");
+  m_node = std::make_unique<ChildProcess>(
+      m_sandbox,
+      std::vector<std::string>{executable("corvanthmedianode"), "-d", "--pid-file", pid_file});
+  EXPECT_EQ(node().wait_exit(), 0) << "the parent leaves";
+  ASSERT_TRUE(syslog_has("CONFIGURATION: option [log_level] is set to [DEBUG]"));
+  const pid_t daemon = std::stoi(m_sandbox.read_file("node.pid"));
+  ASSERT_GT(daemon, 1);
+  EXPECT_EQ(m_sandbox.read_file("node.pid"), std::to_string(daemon)) << "without a line end";
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), "/tmp");
+
+  wait_for_first_requests();
+  EXPECT_TRUE(syslog_has("corvanthmedianode[" + std::to_string(daemon) + "]: SYSTEM  | "));
+  kill(daemon, SIGTERM);
+  EXPECT_TRUE(syslog_has("SERVICE: application stop has been requested"));
+  EXPECT_TRUE(eventually([&] { return kill(daemon, 0) != 0; })) << "the daemon is gone";
+  EXPECT_EQ(node().output(), "") << "nothing on standard error";
+
+  ChildProcess refused(m_sandbox, {executable("corvanthmedianode"), "-d", "--pid-file",
+                                   m_sandbox.path() + "/no/such/folder/pid"});
+  EXPECT_EQ(refused.wait_exit(), 0);
+  EXPECT_TRUE(syslog_has("DAEMON: failed to open pid file \""));
+}
+
+}  // namespace
+}  // namespace cv::test
