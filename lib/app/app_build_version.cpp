@@ -1,6 +1,6 @@
 #include "app/app_build_version.h"
 
-#include "app_build_version_values.h"
+#include "app/app_build_version_values.h"
 
 namespace cv::app {
 
