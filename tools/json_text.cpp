@@ -43,6 +43,11 @@ bool deeper_than(const rapidjson::Value& value, int limit) {
 
 bool parse_json(std::string_view text, JsonDialect dialect, rapidjson::Document& document,
                 std::string& error) {
+  // The parser would take it for the end and never look at the rest.
+  if (const auto nul = text.find('\0'); nul != text.npos) {
+    error = place_of(text, nul) + ": a NUL character";
+    return false;
+  }
   if (dialect == JsonDialect::strict) {
     document.Parse<strict_flags>(text.data(), text.size());
   } else {

@@ -22,7 +22,10 @@ class StopSignals {
   /// Whether one has arrived. Any thread.
   bool stopped() const { return m_stopped.load(std::memory_order_acquire); }
   /// As stopped(), after a look at what has arrived since the last wait.
-  bool check() { return wait_readable_until(-1, 0), stopped(); }
+  bool check() {
+    wait_readable_until(-1, 0);
+    return stopped();
+  }
 
   /// Sleeps until steady_clock() shows `deadline_us` or a signal arrives; false when stopped.
   bool sleep_until(int64_t deadline_us);

@@ -14,13 +14,14 @@
 #include "log/log_sinks.h"
 #include "messaging/messaging_message_broker.h"
 #include "tools/command_line.h"
-#include "tools/configd/control_events.h"
 #include "tools/configd/embedded_broker.h"
+#include "tools/configd/event_texts.h"
 #include "tools/configd/pacer.h"
 #include "tools/configd/request_handler.h"
 #include "tools/configd/request_queue.h"
 #include "tools/configd/site.h"
 #include "tools/configd/state_file.h"
+#include "tools/configd/topic_creation.h"
 #include "tools/progress_bar.h"
 #include "tools/stop_signals.h"
 #include "tools/text_file.h"
@@ -30,7 +31,7 @@ namespace cv::tools {
 namespace {
 
 // A partition of the embedded broker keeps 5 MB, and a consumer that falls behind skips over what is
-// gone without a word. A node takes several MB a second; this leaves it seconds of lag.
+// gone without a word. At this rate it may be 5 seconds behind; fetches alone can take one.
 constexpr uint64_t embedded_rate_bytes = 1000000;
 
 /// Standard error for the log, while it lives.
@@ -65,13 +66,13 @@ class Configd {
     m_broker.emplace(std::move(settings));
   }
 
-  /// Until the stop signal. Nodes that were here before are told to ask for the versions.
+  /// Until the stop signal.
   void run() {
-    publish(Answer{m_options.broadcast_topic, manager_started_event()});
     int64_t look_at_us = steady_clock().now_us();
     int64_t announce_at_us = after_s(m_options.announce_interval_s);
     while (!m_stop.stopped()) {
       m_stop.wait_readable_until(m_requests.descriptor(), std::min(look_at_us, announce_at_us));
+      greet();
       if (const auto request = m_requests.pop()) answer(*request);
       const int64_t now_us = steady_clock().now_us();
       bool tell = now_us >= announce_at_us;
@@ -89,6 +90,15 @@ class Configd {
   static int64_t after_s(double seconds) {
     if (seconds <= 0) return INT64_MAX;
     return steady_clock().now_us() + static_cast<int64_t>(seconds * 1e6);
+  }
+
+  /// Nodes that were here before are told to ask for the versions, as soon as this manager hears
+  /// their requests and again whenever it may have missed some.
+  void greet() {
+    const uint64_t assignments = m_broker->assignments();
+    if (assignments == m_greeted_assignments) return;
+    m_greeted_assignments = assignments;
+    publish(Answer{m_options.broadcast_topic, manager_started_event()});
   }
 
   void answer(const std::string& request) {
@@ -113,6 +123,7 @@ class Configd {
   StopSignals& m_stop;
   Pacer m_pacer;
   RequestQueue m_requests;
+  uint64_t m_greeted_assignments = 0;
   // Last: its consumer thread pushes into m_requests until it is joined.
   std::optional<messaging::MessageBroker> m_broker;
 };
@@ -127,11 +138,15 @@ bool start_site(const ConfigdOptions& options, std::optional<Site>& site, std::s
   return site->start([&](std::size_t done, std::size_t total) { bar.update(done, total); }, error);
 }
 
-bool start_embedded(ConfigdOptions& options, std::optional<EmbeddedBroker>& broker,
-                    std::string& error) {
+std::vector<std::string> topics_of(const ConfigdOptions& options) {
   std::vector<std::string> topics = {options.request_topic, options.broadcast_topic};
   topics.insert(topics.end(), options.node_topics.begin(), options.node_topics.end());
-  auto started = EmbeddedBroker::start(topics, error);
+  return topics;
+}
+
+bool start_embedded(ConfigdOptions& options, std::optional<EmbeddedBroker>& broker,
+                    std::string& error) {
+  auto started = EmbeddedBroker::start(topics_of(options), error);
   if (!started) return false;
   broker.emplace(std::move(*started));
   options.brokers = broker->address();
@@ -173,6 +188,7 @@ int run_configd(ConfigdOptions options) {
       !replace_file(options.kafka_conf_path, kafka_conf_text(options.brokers, options), error)) {
     return fail(error);
   }
+  if (!embedded) create_topics(options.brokers, topics_of(options));
   Configd configd(options, *site, stop);
   configd.connect();
   const Snapshot& now = site->snapshot();
@@ -204,10 +220,8 @@ void add_configd_command(CLI::App& app, int& status) {
   auto* embedded = command->add_flag("--embedded-broker", options->embedded_broker,
                                      "be the Kafka broker too; for demos and tests");
   brokers->excludes(embedded);
-  command
-      ->add_option("--node-topic", options->node_topics,
-                   "a node's topic to make in the embedded broker; may be repeated")
-      ->needs(embedded);
+  command->add_option("--node-topic", options->node_topics,
+                      "a node's own topic, to be made before the node asks; may be repeated");
   command->add_option("--write-kafka-conf", options->kafka_conf_path,
                       "write the Kafka settings file for nodes here");
   command->add_option("--topic-request", options->request_topic, "where nodes ask")
@@ -223,9 +237,10 @@ void add_configd_command(CLI::App& app, int& status) {
                    "seconds between repeated announcements of the versions, 0 for none")
       ->check(CLI::Range(0.0, 86400.0))
       ->capture_default_str();
-  command->add_option(
-      "--rate", options->rate_bytes,
-      "most bytes a second to send, 0 for no limit (with the embedded broker 1 MB)");
+  command
+      ->add_option("--rate", options->rate_bytes,
+                   "most bytes a second to send, 0 for no limit (with the embedded broker 1 MB)")
+      ->check(CLI::NonNegativeNumber);
   command->callback([options, &status] {
     if (options->brokers.empty() && !options->embedded_broker) {
       throw CLI::RequiredError("--brokers or --embedded-broker");

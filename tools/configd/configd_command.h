@@ -19,8 +19,9 @@ struct ConfigdOptions {
   unsigned phases = default_phases;
   std::string brokers;
   bool embedded_broker = false;
-  std::vector<std::string> node_topics;  // made up front in the embedded broker
-  std::string kafka_conf_path;           // written when not empty
+  // Made up front: a node that subscribes to a topic before it exists may take minutes to notice it.
+  std::vector<std::string> node_topics;
+  std::string kafka_conf_path;  // written when not empty
   std::string request_topic = "corvanth_request";
   std::string broadcast_topic = "corvanth_broadcast";
   std::string group;  // empty: one of this process

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/configd/control_events.h"
+#include "tools/configd/event_texts.h"
 #include "tools/configd/rules_file.h"
 
 namespace cv::tools {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "log/log.h"
-#include "tools/configd/control_events.h"
+#include "tools/configd/event_texts.h"
 #include "tools/json_text.h"
 
 namespace cv::tools {

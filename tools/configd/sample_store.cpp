@@ -4,7 +4,7 @@
 
 #include "audio/audio_sample_packet.h"
 #include "log/log.h"
-#include "tools/configd/control_events.h"
+#include "tools/configd/event_texts.h"
 #include "tools/fingerprint.h"
 #include "tools/json_text.h"
 

@@ -1,9 +1,10 @@
 #include "tools/configd/site.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "log/log.h"
-#include "tools/configd/control_events.h"
+#include "tools/configd/event_texts.h"
 
 namespace cv::tools {
 
@@ -42,10 +43,10 @@ bool Site::start(const Progress& progress, std::string& error) {
 
 bool Site::look() {
   const FileWatcher::Changes changes = m_watcher.look();
-  if (changes.error != m_last_error && !changes.error.empty()) {
+  if (changes.error != m_last_look_error && !changes.error.empty()) {
     CV_LOG(ErrorMessage) << "CONFIGD: " << changes.error << "; everything stays as it is";
   }
-  m_last_error = changes.error;
+  m_last_look_error = changes.error;
   if (!changes.any() && !m_refresh_pending) return false;
   std::string error;
   if (changes.rules_changed && !apply_rules(error)) {
@@ -56,11 +57,11 @@ bool Site::look() {
     return std::pair(m_snapshot.sample_version, m_snapshot.dead_air_version);
   };
   const auto before = versions();
-  if (!refresh(error)) {
-    if (!m_refresh_pending) {
-      CV_LOG(ErrorMessage) << "CONFIGD: " << error << "; the previous configuration stays in force";
-    }
+  const bool refreshed = refresh(error);
+  if (!refreshed && error != m_last_refresh_error) {
+    CV_LOG(ErrorMessage) << "CONFIGD: " << error << "; the previous configuration stays in force";
   }
+  m_last_refresh_error = error;
   return versions() != before;
 }
 
@@ -93,9 +94,7 @@ bool Site::refresh(std::string& error) {
     ids[name] = m_state.sample_id(name, bytes_of(packet));
   }
   const Configuration configuration = resolve(m_rules, ids);
-  for (const std::string& complaint : configuration.complaints) {
-    CV_LOG(WarningMessage) << "CONFIGD: " << complaint;
-  }
+  log_complaints(configuration.complaints);
   Snapshot next = make_snapshot(configuration, ids);
   error = size_complaint(
       "the sample configuration",
@@ -111,14 +110,21 @@ bool Site::refresh(std::string& error) {
   next.sample_version = m_state.sample_version();
   next.dead_air_version = m_state.dead_air_version();
   // A version that is not on disk could be given out again after a restart.
-  const bool was_pending = std::exchange(m_refresh_pending, true);
-  if (!m_state.save(error)) {
-    if (!was_pending) CV_LOG(ErrorMessage) << "CONFIGD: " << error << "; trying again and again";
-    return false;
-  }
+  m_refresh_pending = true;
+  if (!m_state.save(error)) return false;
   m_refresh_pending = false;
   m_snapshot = std::move(next);
   return true;
+}
+
+void Site::log_complaints(const std::vector<std::string>& complaints) {
+  for (const std::string& complaint : complaints) {
+    // What was said once and still holds is not said again with every change of something else.
+    if (std::find(m_complaints.begin(), m_complaints.end(), complaint) == m_complaints.end()) {
+      CV_LOG(WarningMessage) << "CONFIGD: " << complaint;
+    }
+  }
+  m_complaints = complaints;
 }
 
 Snapshot Site::make_snapshot(const Configuration& configuration,

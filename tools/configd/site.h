@@ -58,6 +58,7 @@ class Site {
   void apply_recordings(const FileWatcher::Changes& changes, const Progress& progress);
   bool apply_rules(std::string& error);
   bool refresh(std::string& error);
+  void log_complaints(const std::vector<std::string>& complaints);
   Snapshot make_snapshot(const Configuration& configuration,
                          const std::map<std::string, uint32_t>& ids) const;
 
@@ -67,8 +68,12 @@ class Site {
   FileWatcher m_watcher;
   Rules m_rules;
   Snapshot m_snapshot;
+  /// What is in m_state is not on disk, and so not in the snapshot either.
   bool m_refresh_pending = false;
-  std::string m_last_error;
+  // What the log said last: a state that lasts is a line, not a line a second.
+  std::string m_last_look_error;
+  std::string m_last_refresh_error;
+  std::vector<std::string> m_complaints;
 };
 
 }  // namespace cv::tools

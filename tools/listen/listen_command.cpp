@@ -98,9 +98,11 @@ void add_listen_command(CLI::App& app, int& status) {
   CLI::App* command =
       app.add_subcommand("listen", "Receive reports and print them, a line of JSON each");
   command->add_option("--port", options->port, "UDP port; 0 for one of the system's choice")
-      ->required();
+      ->required()
+      ->check(CLI::Range(0, 65535));
   command->add_flag("--table", options->table, "print a table instead");
-  command->add_option("--count", options->count, "end after so many reports");
+  command->add_option("--count", options->count, "end after so many reports")
+      ->check(CLI::NonNegativeNumber);
   command
       ->add_option("--timeout", options->timeout_s,
                    "end after so many seconds; with fewer reports than --count, as a failure")

@@ -1,4 +1,4 @@
-#include "tools/configd/control_events.h"
+#include "tools/configd/event_texts.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>

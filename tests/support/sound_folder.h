@@ -1,0 +1,75 @@
+// A folder of a test and audio files to put into it.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sndfile.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace cv::test {
+
+/// Removed with everything in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "corvanth-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    m_path = pattern;
+  }
+  ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+  const std::string& path() const { return m_path; }
+
+  std::string write(const std::string& name, const std::string& content) const {
+    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
+    std::ofstream(*this / name, std::ios::binary) << content;
+    return *this / name;
+  }
+
+ private:
+  std::string m_path;
+};
+
+/// A sine of `amplitude` (1.0: full scale), the same on every channel.
+inline std::vector<float> sine(double frequency_hz, double amplitude, int rate_hz, double seconds,
+                               int channels = 1) {
+  std::vector<float> samples;
+  for (int i = 0; i < static_cast<int>(seconds * rate_hz); ++i) {
+    const double value = amplitude * std::sin(2 * M_PI * frequency_hz * i / rate_hz);
+    for (int channel = 0; channel < channels; ++channel) {
+      samples.push_back(static_cast<float>(value));
+    }
+  }
+  return samples;
+}
+
+inline void write_samples(SNDFILE* file, const std::vector<float>& samples) {
+  sf_write_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+}
+inline void write_samples(SNDFILE* file, const std::vector<int16_t>& samples) {
+  sf_write_short(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+}
+
+/// Interleaved samples as a file; `format` is libsndfile's. 16-bit samples are stored as they are.
+template <typename Sample>
+void write_sound(const std::string& path, const std::vector<Sample>& samples, int rate_hz,
+                 int channels, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16) {
+  SF_INFO info{};
+  info.samplerate = rate_hz;
+  info.channels = channels;
+  info.format = format;
+  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+  if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
+  write_samples(file, samples);
+  sf_close(file);
+}
+
+}  // namespace cv::test
