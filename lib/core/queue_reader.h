@@ -75,8 +75,9 @@ class QueueReader : public StatisticContainer<QueueReaderStatistic>, public Thre
 template <typename T, std::size_t N, uint64_t WaitNs>
 class QueueIdleReader : public QueueReader<T, N, WaitNs> {
  public:
-  explicit QueueIdleReader(QueueIdleReaderStatistic* external)
-      : QueueReader<T, N, WaitNs>(external) {}
+  /// `external` is not owned and outlives the reader.
+  explicit QueueIdleReader(QueueIdleReaderStatistic& external)
+      : QueueReader<T, N, WaitNs>(&external) {}
   QueueIdleReader()
       : QueueReader<T, N, WaitNs>(
             std::shared_ptr<QueueReaderStatistic>(std::make_shared<QueueIdleReaderStatistic>())) {}

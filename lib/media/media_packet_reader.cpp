@@ -34,7 +34,7 @@ void trace(int line, log::LocalLevel facility, const Packet& packet) {
 }  // namespace
 
 PacketReader::PacketReader(PacketReaderStatistic& statistic, PacketReaderListener& listener)
-    : QueueIdleReader(&statistic), m_packet_statistic(statistic), m_listener(&listener) {}
+    : QueueIdleReader(statistic), m_packet_statistic(statistic), m_listener(&listener) {}
 
 void PacketReader::read_from(const void* data, std::size_t size) {
   if (size < sizeof(PacketHeader)) return m_packet_statistic.min_length.increment();
