@@ -3,7 +3,7 @@
 # -ffp-contract=off: scores and hash decisions are compared with thresholds, and a fused multiply-add
 # rounds once where the plain expression rounds twice. The same reason rules out fast-math.
 add_compile_options(
-  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Wconversion
+  -Wall -Wextra -Wpedantic $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wconversion
   -Wno-sign-conversion -Werror -ffp-contract=off -fno-omit-frame-pointer)
 
 set(CORVANTH_SANITIZE "" CACHE STRING "Value of -fsanitize=, empty for none")

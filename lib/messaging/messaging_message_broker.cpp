@@ -104,7 +104,11 @@ void MessageBroker::send(std::string topic, const unsigned char* data, size_t si
 void MessageBroker::send_compressed(const std::string& topic, const unsigned char* body,
                                     size_t size) {
   auto* copy = static_cast<unsigned char*>(std::malloc(size));
-  if (copy == nullptr) return;
+  if (copy == nullptr) {
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic
+                         << "]; out of memory";
+    return;
+  }
   std::copy(body, body + size, copy);
   publish(topic, copy, size);
 }
