@@ -78,7 +78,7 @@ class AudioDetectorFullMatchStrategy : public IAudioDetectorStrategy,
     D::stream_handler(*stream).m_hash_generator.compute_hash(frame, *this, &context);
   }
 
-  virtual ~AudioDetectorFullMatchStrategy() = default;
+  ~AudioDetectorFullMatchStrategy() override = default;
 
  private:
   void on_hash_data(audio::HashPoint point, void* user) override {

@@ -36,8 +36,8 @@ struct DatabaseDispatcher::Unusable {
   std::string identifiers;
 };
 
-DatabaseDispatcher::DatabaseContainer::DatabaseContainer(audio::SamplesDatabase contents)
-    : id(++counter), database(std::move(contents)) {
+DatabaseDispatcher::DatabaseContainer::DatabaseContainer(const audio::SamplesDatabase& contents)
+    : id(++counter), database(contents) {
   CV_LOG(SystemMessage) << "DATABASE_DISPATCHER: database container (" << id << ") created";
 }
 

@@ -47,7 +47,7 @@ class DatabaseDispatcher {
  public:
   class DatabaseContainer : public ReferenceCountable {
    public:
-    explicit DatabaseContainer(audio::SamplesDatabase contents);
+    explicit DatabaseContainer(const audio::SamplesDatabase& contents);
     ~DatabaseContainer() override;
 
     static inline std::atomic<uint64_t> counter{0};

@@ -131,6 +131,7 @@ TEST_F(DatabaseDispatcherTest, AsksOnlyForTheSamplesThatItDoesNotHave) {
   EXPECT_EQ(indexed(5) + "|" + indexed(6), "123|4");
 
   const auto before = get(5);
+  ASSERT_TRUE(before);
   EXPECT_EQ(configure(3, {{5, {3}}}), std::set<uint32_t>{});
   EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
   EXPECT_EQ(indexed(5) + "|" + indexed(6), "3|none");

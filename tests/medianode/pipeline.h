@@ -94,20 +94,7 @@ class PipelineWith {
     }
   }
 
-  void send(const media::Datagram& datagram) {
-    switch (Viewed<media::PacketHeader>(datagram)->type) {
-      case media::PACKET_START:
-        return pass<media::StartPacket>(datagram);
-      case media::PACKET_DATA:
-        return pass<media::DataPacket>(datagram);
-      case media::PACKET_CTRL:
-        return pass<media::ControlPacket>(datagram);
-      case media::PACKET_TERM:
-        return pass<media::TerminatePacket>(datagram);
-      default:
-        throw std::logic_error("no such packet");
-    }
-  }
+  void send(const media::Datagram& datagram) { deliver(manager, datagram); }
 
   /// Sends audio of one side in packets of so many samples; `seq` counts on.
   void play(const CallPackets& call, uint16_t side, std::span<const int16_t> samples, uint32_t& seq,
@@ -129,13 +116,6 @@ class PipelineWith {
   mn::AudioActivityDetector<Manager> activity{dead_air, reports};
   media::StreamManagerStatistic statistic;
   Manager manager{statistic, clock};
-
- private:
-  template <typename Packet>
-  void pass(const media::Datagram& datagram) {
-    Viewed<Packet> packet(datagram);
-    manager.on_packet(*packet);
-  }
 };
 
 using Pipeline = PipelineWith<KeptReports>;
