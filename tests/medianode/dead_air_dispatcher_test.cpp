@@ -1,9 +1,7 @@
 #include "medianode/dead_air_dispatcher.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/log_capture.h"
@@ -67,33 +65,6 @@ TEST(DeadAirDispatcher, BeforeTheFirstConfigurationTheDetectorsOwnDefaultsHold) 
   uint64_t version = 9;
   EXPECT_EQ(dispatcher.get_options(1, version).dev_threshold, 256.0);
   EXPECT_EQ(version, 0u);
-}
-
-TEST(DeadAirDispatcher, ThePipelineReadsWholeOptionsWhileOthersArePublished) {
-  cv::mn::DeadAirDispatcher dispatcher;
-  std::atomic<bool> done{false};
-  std::atomic<uint64_t> newest{0};
-  std::thread pipeline([&] {
-    uint64_t seen = 0;
-    while (!done) {
-      uint64_t version = 0;
-      const SegmentDetectionOptions taken = dispatcher.get_options(1, version);
-      if (version == 0) continue;
-      ASSERT_GE(version, seen);
-      seen = version;
-      ASSERT_EQ(taken.activity_hits, version);
-      ASSERT_EQ(taken.sig_threshold, static_cast<double>(version));
-      newest = version;
-    }
-  });
-  for (uint64_t version = 1; !testing::Test::HasFailure() && (version <= 500 || newest < 500);
-       ++version) {
-    auto config = make_config(version, 1);
-    config->m_rules.emplace(1, options(version));
-    dispatcher.on_dead_air_config(std::move(config));
-  }
-  done = true;
-  pipeline.join();
 }
 
 }  // namespace

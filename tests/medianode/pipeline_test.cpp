@@ -1,5 +1,6 @@
 #include "medianode/pipeline.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -78,15 +79,38 @@ std::string member(const std::string& text, const std::string& name) {
   return text.substr(value, text.find_first_of(",}", value) - value);
 }
 
-/// The lines of one module, without the call's tag.
-Texts lines_of(const cv::test::LogCapture& log, const std::string& module) {
+/// The lines of one module, without the tag and the call that every one of them must name.
+Texts lines_of(const cv::test::LogCapture& log, const std::string& module, const std::string& tag) {
+  const std::string start = tag + ": 00112233-4455-6677-8899-aabbccddee01: ";
   Texts texts;
   for (const auto& line : log.lines()) {
     if (line.module != module) continue;
-    const std::size_t uuid_end = line.text.find(": ") + 2 + 36;
-    texts.push_back(line.text.substr(uuid_end + 2));
+    EXPECT_TRUE(line.text.starts_with(start)) << line.text;
+    texts.push_back(line.text.substr(std::min(start.size(), line.text.size())));
   }
   return texts;
+}
+
+/// Plays a script to a call: features of its START and then of updates (two hexadecimal digits), a
+/// side that plays half a second of tone ("0") or five frames of it ("0s"), a database of one sample
+/// of rule 5 to publish, with a point ("v4") or without ("e4").
+void play_steps(Pipeline& pipeline, const std::vector<std::string>& steps) {
+  const CallPackets call;
+  bool started = false;
+  uint32_t seq[2] = {0, 0};
+  for (const std::string& step : steps) {
+    if (step[0] == 'v' || step[0] == 'e') {
+      const std::vector<cv::audio::HashPoint> points(step[0] == 'v' ? 1 : 0, {1, 1});
+      pipeline.publish(step[1] - '0', rule, {{1, "one", points}});
+    } else if (step.size() == 1 || step[1] == 's') {
+      const auto side = static_cast<uint16_t>(step[0] - '0');
+      pipeline.play(call, side, tone(step.size() == 1 ? 4000 : 6 * 128), seq[side]);
+    } else {
+      const auto features = static_cast<uint8_t>(std::stoul(step, nullptr, 16));
+      pipeline.send(started ? call.feature_update(features) : call.start(start_fields(features)));
+      started = true;
+    }
+  }
 }
 
 TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
@@ -171,44 +195,28 @@ TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
 TEST(Pipeline, SampleDetectionFollowsTheCallsFeatures) {
   const std::string unknown = "ignored due to unknown rule id [5]";
   const std::string no_hashes = "ignored due to absence of hash data (rule id: 5)";
-  const char* const good = "publish 4";
-  const char* const useless = "publish empty 3";
   struct {
     const char* on_termination;
-    std::vector<std::string> steps;  // features of START and of updates, or a publication
+    std::vector<std::string> steps;
     Texts expected;
   } const table[] = {
-      {"false", {good, "30"}, {"started (rt v: 4)"}},
-      {"true", {good, "10"}, {"started (fm v: 4)"}},
-      {"false", {good, "20", "34", "10", "30"}, {"started (rt v: 4)"}},
-      {"false", {good, "0c", "0c", "04"}, {"inactive"}},
-      {"false", {good, "0c", "3c", "0c", "0c"}, {"inactive", "started (rt v: 4)", "stopped"}},
-      {"false", {"30", "30", good, "30"}, {unknown, unknown, "started (rt v: 4)"}},
-      {"false", {useless, "30", good, "30"}, {no_hashes, "started (rt v: 4)"}},
+      {"false", {"v4", "30"}, {"started (rt v: 4)"}},
+      {"true", {"v4", "10"}, {"started (fm v: 4)"}},
+      {"false", {"v4", "20", "34", "10", "30"}, {"started (rt v: 4)"}},
+      {"false", {"v4", "0c", "0c", "04"}, {"inactive"}},
+      {"false", {"v4", "0c", "3c", "0c", "0c"}, {"inactive", "started (rt v: 4)", "stopped"}},
+      {"false", {"30", "30", "v4", "30"}, {unknown, unknown, "started (rt v: 4)"}},
+      {"false", {"e3", "30", "v4", "30"}, {no_hashes, "started (rt v: 4)"}},
       {"false", {"30", "0c", "30"}, {unknown, unknown}},
       {"false",
-       {good, "30", "publish 9", "30", "0c", "30"},
+       {"v4", "30", "v9", "30", "0c", "30"},
        {"started (rt v: 4)", "stopped", "started (rt v: 9)"}},
   };
   for (const auto& row : table) {
     cv::test::LogCapture log;
     Pipeline pipeline(settings("report_on_call_termination", row.on_termination));
-    const CallPackets call;
-    bool started = false;
-    for (const std::string& step : row.steps) {
-      if (step.starts_with("publish")) {
-        const bool empty = step.find("empty") != step.npos;
-        pipeline.publish(step.back() - '0', rule,
-                         {{1, "one",
-                           empty ? std::vector<cv::audio::HashPoint>{}
-                                 : std::vector<cv::audio::HashPoint>{{1, 1}}}});
-        continue;
-      }
-      const auto features = static_cast<uint8_t>(std::stoul(step, nullptr, 16));
-      pipeline.send(started ? call.feature_update(features) : call.start(start_fields(features)));
-      started = true;
-    }
-    EXPECT_EQ(lines_of(log, "audio_detector"), row.expected);
+    play_steps(pipeline, row.steps);
+    EXPECT_EQ(lines_of(log, "audio_detector", "AUDIO_DETECTOR"), row.expected);
   }
 }
 
@@ -266,7 +274,7 @@ TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   const std::string options =
       " started, options: version = 0, sig_threshold = 1, pow_threshold = 0.75, dev_threshold = "
       "256, activity_hits = 5, silence_hits = 2";
-  EXPECT_EQ(lines_of(log, "audio_activity"),
+  EXPECT_EQ(lines_of(log, "audio_activity", "AUDIO_ACTIVITY"),
             (Texts{"terminator" + options, "originator" + options}));
 }
 
@@ -278,7 +286,6 @@ TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
       " stream is not yet created, a strategy is being selected on stream "
       "creation";
   struct {
-    // START's features, updates, or a side that plays a tone (s: of five frames).
     std::vector<std::string> steps;
     Texts expected;
     std::size_t reports;
@@ -307,20 +314,8 @@ TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
         new cv::mn::DeadAirConfig(7, cv::audio::SegmentDetectionOptions()));
     config->m_rules.emplace(rule, of_rule);
     pipeline.dead_air.on_dead_air_config(config);
-    const CallPackets call;
-    bool started = false;
-    uint32_t seq[2] = {0, 0};
-    for (const std::string& step : row.steps) {
-      if (step.size() == 1 || step[1] == 's') {
-        const auto side = static_cast<uint16_t>(step[0] - '0');
-        pipeline.play(call, side, tone(step.size() == 1 ? 4000 : 5 * 128 + 128), seq[side]);
-        continue;
-      }
-      const auto features = static_cast<uint8_t>(std::stoul(step, nullptr, 16));
-      pipeline.send(started ? call.feature_update(features) : call.start(start_fields(features)));
-      started = true;
-    }
-    EXPECT_EQ(lines_of(log, "audio_activity"), row.expected);
+    play_steps(pipeline, row.steps);
+    EXPECT_EQ(lines_of(log, "audio_activity", "AUDIO_ACTIVITY"), row.expected);
     EXPECT_EQ(pipeline.reports.texts().size(), row.reports);
   }
 }
