@@ -23,14 +23,14 @@ StopSignals::StopSignals() {
 
 StopSignals::~StopSignals() {
   ::close(m_descriptor);
-  pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+  // A process that is about to end anyway has no use for the signal's second delivery.
+  if (!stopped()) pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
 }
 
 void StopSignals::accept_signal() {
   signalfd_siginfo info{};
   if (::read(m_descriptor, &info, sizeof(info)) != sizeof(info)) return;
   m_stopped.store(true, std::memory_order_release);
-  pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
 }
 
 bool StopSignals::sleep_until(int64_t deadline_us) {

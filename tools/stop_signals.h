@@ -2,8 +2,8 @@
 // the middle of one.
 //
 // Create it before any other thread: threads inherit that the two signals are blocked, and only the
-// creating thread ever sees them. After the first signal both act as usual again, so that a second
-// one ends a command that is too slow to stop. One thread, but for stopped().
+// creating thread ever sees them. Those after the first change nothing: wrappers such as timeout(1)
+// deliver every signal twice, and no command takes long to end. One thread, but for stopped().
 #pragma once
 
 #include <atomic>

@@ -1,14 +1,19 @@
 #include "tools/command_line.h"
 
-#include <filesystem>
+#include <csignal>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/wait.h>
 
+#include "core/clock.h"
 #include "support/sound_folder.h"
 #include "tools/configd/configd_command.h"
+#include "tools/configd/embedded_broker.h"
 #include "tools/configd/pacer.h"
 #include "tools/fingerprint_command.h"
 #include "tools/progress_bar.h"
+#include "tools/stop_signals.h"
 #include "tools/text_file.h"
 
 namespace {
@@ -111,6 +116,35 @@ TEST_F(Fingerprinting, ExitStatusesAreDoneFailedAndUsage) {
     EXPECT_FALSE(err.empty()) << shown;
     EXPECT_TRUE(out.empty()) << shown << "\n" << out;
   }
+}
+
+TEST(StopSignals, EndAWaitAtOnceAndAreTakenHoweverOftenTheyCome) {
+  EXPECT_EXIT(
+      {
+        cv::tools::StopSignals stop;
+        const int64_t now_us = cv::steady_clock().now_us();
+        bool right = !stop.check() && stop.sleep_until(now_us + 1000) && !stop.stopped();
+        raise(SIGTERM);
+        right = right && !stop.sleep_until(now_us + 3600 * int64_t{1000000}) && stop.stopped();
+        raise(SIGTERM);
+        raise(SIGINT);
+        right = right && !stop.wait_readable_until(-1, now_us + 3600 * int64_t{1000000});
+        std::_Exit(right ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST(EmbeddedBroker, HasAnAddressAndIsGoneWithItsOwner) {
+  std::string error;
+  auto broker = cv::tools::EmbeddedBroker::start({"a", "b"}, error);
+  ASSERT_TRUE(broker) << error;
+  EXPECT_EQ(broker->address().rfind("127.0.0.1:", 0), 0u) << broker->address();
+  broker.reset();
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+
+  EXPECT_FALSE(cv::tools::EmbeddedBroker::start({"twice", "twice"}, error));
+  EXPECT_NE(error.find("topic twice"), error.npos) << error;
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
 TEST(KafkaConf, NamesBrokerAndTopics) {
