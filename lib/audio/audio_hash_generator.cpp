@@ -56,7 +56,7 @@ uint32_t hash_of(const SpectrumFrame& frame) {
 
 void HashGenerator::compute_hash(const SpectrumFrame& frame, HashGeneratorCallback& callback,
                                  void* user) {
-  if (frame.deviation < 1.0) return;
+  if (frame.deviation < least_hash_deviation) return;
   callback.on_hash_data({hash_of(frame), static_cast<uint32_t>(frame.index)}, user);
 }
 

@@ -2,7 +2,19 @@
 
 #include <cmath>
 
+#include "audio/audio_spectrum_statistics.h"
+
 namespace cv::audio {
+
+namespace {
+
+/// Favours tonal sound: energy spread evenly over the spectrum is noise, however loud.
+double tonal_power(const SpectrumFrame& frame) {
+  const double power = frame.power > 1.0 ? std::log10(frame.power) : 0;
+  return power * (1 - frame.entropy);
+}
+
+}  // namespace
 
 void SegmentDetector::handle_frame(const SpectrumFrame& frame, SegmentDetectorCallback& callback,
                                    void* user) {
@@ -15,10 +27,14 @@ void SegmentDetector::handle_frame(const SpectrumFrame& frame, SegmentDetectorCa
 
 bool SegmentDetector::is_active(const SpectrumFrame& frame) const {
   if (frame.amplitude < m_options.sig_threshold) return false;
-  if (frame.deviation >= m_options.dev_threshold) return true;
-  // Favours tonal sound: energy spread evenly over the spectrum is noise, however loud.
-  const double power = frame.power > 1.0 ? std::log10(frame.power) : 0;
-  return power * (1 - frame.entropy) >= m_options.pow_threshold;
+  const bool doubtful = in_doubt(frame.deviation, m_options.dev_threshold) ||
+                        in_doubt(tonal_power(frame), m_options.pow_threshold);
+  return doubtful ? has_active_spectrum(with_exact_statistics(frame)) : has_active_spectrum(frame);
+}
+
+bool SegmentDetector::has_active_spectrum(const SpectrumFrame& frame) const {
+  return frame.deviation >= m_options.dev_threshold ||
+         tonal_power(frame) >= m_options.pow_threshold;
 }
 
 void SegmentDetector::handle_active(uint64_t index, SegmentDetectorCallback& callback, void* user) {

@@ -54,6 +54,7 @@ class SegmentDetector {
 
  private:
   bool is_active(const SpectrumFrame& frame) const;
+  bool has_active_spectrum(const SpectrumFrame& frame) const;
   void handle_active(uint64_t index, SegmentDetectorCallback& callback, void* user);
   void handle_silent(uint64_t index, SegmentDetectorCallback& callback, void* user);
 

@@ -4,8 +4,21 @@
 #include <cstring>
 
 #include "audio/audio_spectrum_dispatch.h"
+#include "audio/audio_spectrum_statistics.h"
 
 namespace cv::audio {
+
+namespace {
+
+/// Where the kernels' rounding matters: at the deviation from which on a frame has a point; near silence,
+/// which has no entropy; and where the magnitudes are so much alike (a lone click) that their deviation
+/// is rounding.
+bool wants_exact_statistics(const SpectrumFrame& frame) {
+  return in_doubt(frame.deviation, least_hash_deviation) ||
+         (frame.mean > 0 && (frame.mean < 1e-15 || frame.deviation < 1e-6 * frame.mean));
+}
+
+}  // namespace
 
 void SpectrumGenerator::compute_spectrum(const short* samples, std::size_t count,
                                          SpectrumGeneratorCallback& callback, void* user) {
@@ -38,6 +51,7 @@ void SpectrumGenerator::build_frame(SpectrumFrame& frame) {
   frame.entropy = statistics.entropy;
   frame.deviation = statistics.deviation;
   frame.amplitude = statistics.amplitude;
+  if (wants_exact_statistics(frame)) take_exact_statistics(frame);
   m_head = newer;
   m_count = frame_hop_samples;
 

@@ -17,6 +17,8 @@ namespace cv::audio {
 inline constexpr std::size_t frame_window_samples = 256;
 inline constexpr std::size_t frame_hop_samples = 128;
 inline constexpr std::size_t frame_magnitudes = 127;
+/// Deviation from which on a frame has a hash point.
+inline constexpr double least_hash_deviation = 1.0;
 
 struct SpectrumFrame {
   /// Number of the frame within its stream, from 0.

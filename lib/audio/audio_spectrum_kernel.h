@@ -4,9 +4,10 @@
 // audio_spectrum_dispatch.h says which of them runs.
 //
 // Invariants:
-// 1. Every kernel gives the same bits for the same samples, in every output. All but the entropy are
-//    the bits of the plain algorithms, step by step: only the order of independent operations
-//    differs. The entropy has its own logarithm and is within 1e-12 (relative).
+// 1. Every kernel gives the same bits for the same samples, in every output. Magnitudes and amplitude
+//    are the bits of the plain algorithms, step by step: only the order of independent operations
+//    differs. The other statistics are within 1e-12 (relative): their sums run in another order, and
+//    the logarithm is the kernels' own. audio_spectrum_statistics.h has the exact ones.
 // 2. No state, no allocation; any thread.
 //
 // The kernels' sources include no standard header with templates: the linker keeps one copy of an

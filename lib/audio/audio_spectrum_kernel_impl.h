@@ -187,91 +187,55 @@ inline void stages_5_6(const Split<256>& in, Split<256>& out) {
   }
 }
 
-/// Bins 0 to 127, and their squares or whatever else is to be summed in their order.
+/// Four partial sums, whatever the number of lanes: every kernel rounds alike.
+struct Sum {
+  Vec parts[4 / lanes] = {};
+
+  /// `x` belongs to bin k and on.
+  void add(size_t k, Vec x) { parts[k % 4 / lanes] += x; }
+
+  double total() const {
+    double p[4];
+    for (size_t i = 0; i < 4; i += lanes) store_unaligned(p + i, parts[i / lanes]);
+    return (p[0] + p[1]) + (p[2] + p[3]);
+  }
+};
+
 struct Magnitudes {
   alignas(64) double values[bins];  // slot 0 holds 0
-  alignas(64) double squares[bins];
-};
+  Sum sum;
+  Sum square_sum;
 
-/// A sum runs in the order of the bins, one addition after the other: another order rounds differently,
-/// and decisions are taken on the results. Such a chain of dependent additions takes as long as a whole
-/// pass, so it runs beside one, `lag` bins behind the step its operands come from: it never waits for
-/// them, and nothing waits for it.
-constexpr size_t lag = 8;
-
-inline void add_in_order(const double* from, double& sum) {
-  for (size_t i = 0; i < 4; ++i) sum += from[i];
-}
-
-/// Apart from the arrays, so that they stay in registers.
-struct Sums {
-  double values = 0;
-  double squares = 0;
-
-  void add_four(const Magnitudes& m, size_t k) {
-    add_in_order(m.values + k, values);
-    add_in_order(m.squares + k, squares);
+  void put(size_t k, Complex x) {
+    const Vec unscaled = square_root(x.re * x.re + x.im * x.im);
+    Vec m = unscaled * (1.0 / 128);  // exact, as a division would be
+    if (k == 0) m = without_first(m);
+    store(values + k, m);
+    sum.add(k, m);
+    square_sum.add(k, m * m);
   }
 };
 
-inline Vec squared(Complex x) { return x.re * x.re + x.im * x.im; }
-
-/// Bins k to k + 3: squares of the unscaled magnitudes become magnitudes, for the caller as well.
-inline void take_four_roots(Magnitudes& m, size_t k, double* out) {
-  for (size_t i = k; i < k + 4; i += lanes) {
-    Vec values = square_root(load(m.values + i)) * (1.0 / 128);  // exact, as a division would be
-    if (i == 0) {
-      values = without_first(values);
-      for (size_t lane = 1; lane < lanes; ++lane) out[lane - 1] = values[lane];
-    } else {
-      store_unaligned(out + i - 1, values);
-    }
-    store(m.values + i, values);
-    store(m.squares + i, values * values);
+/// Rows of 4 to magnitudes: rows q and on give bins q and 64 + q, lanes over q.
+inline void stages_7_8(const Split<256>& in, Magnitudes& out) {
+  for (size_t q = 0; q < 64; q += lanes) {
+    Vec re[4], im[4];
+    load_columns(in.re + 4 * q, re);
+    load_columns(in.im + 4 * q, im);
+    const Complex w7 = factors(64, q), w8 = factors(128, q);
+    const Complex x0 = {re[0], im[0]}, x1 = {re[1], im[1]};
+    const Complex t0 = w7 * Complex{re[2], im[2]}, t1 = w7 * Complex{re[3], im[3]};
+    out.put(q, (x0 + t0) + w8 * (x1 + t1));
+    out.put(q + 64, (x0 - t0) + quarter_on(w8, x1 - t1));
   }
-}
-
-/// Rows of 4 to magnitudes: rows q and on give bins q and 64 + q, lanes over q. The upper bins' last
-/// stage waits in `upper`, to fill the time that the sums take.
-inline Sums stages_7_8(const Split<256>& in, Magnitudes& m, double* out) {
-  Split<64> upper0, upper1;
-  Sums sums;
-  for (size_t q = 0; q < 64; q += 4) {
-    for (size_t i = q; i < q + 4; i += lanes) {
-      Vec re[4], im[4];
-      load_columns(in.re + 4 * i, re);
-      load_columns(in.im + 4 * i, im);
-      const Complex w7 = factors(64, i), w8 = factors(128, i);
-      const Complex x0 = {re[0], im[0]}, x1 = {re[1], im[1]};
-      const Complex t0 = w7 * Complex{re[2], im[2]}, t1 = w7 * Complex{re[3], im[3]};
-      store(m.values + i, squared((x0 + t0) + w8 * (x1 + t1)));
-      upper0.put(i, x0 - t0);
-      upper1.put(i, x1 - t1);
-    }
-    if (q >= lag) take_four_roots(m, q - lag, out);
-    if (q >= 2 * lag) sums.add_four(m, q - 2 * lag);
-  }
-  for (size_t q = 0; q < 64; q += 4) {
-    for (size_t i = q; i < q + 4; i += lanes) {
-      const Complex x = upper0.at(i) + quarter_on(factors(128, i), upper1.at(i));
-      store(m.values + 64 + i, squared(x));
-    }
-    take_four_roots(m, 64 + q - lag, out);
-    sums.add_four(m, 64 + q - 2 * lag);
-  }
-  for (size_t k = bins - lag; k < bins; k += 4) {
-    take_four_roots(m, k, out);
-    sums.add_four(m, k - lag);
-  }
-  for (size_t k = bins - lag; k < bins; k += 4) sums.add_four(m, k);
-  return sums;
 }
 
 /// Mean, power, deviation and entropy of the magnitudes.
-inline void measure(Magnitudes& m, const Sums& sums, FrameStatistics& statistics) {
+inline void measure(const Magnitudes& m, FrameStatistics& statistics) {
   constexpr double count = bins - 1;
   constexpr double log2_of_127 = 6.9886846867721655;
-  const double mean = sums.values / count;
+  const double total = m.sum.total();
+  const double mean = total / count;
   statistics.mean = mean;
   if (!(mean > epsilon)) {
     statistics.power = 0;
@@ -279,25 +243,25 @@ inline void measure(Magnitudes& m, const Sums& sums, FrameStatistics& statistics
     statistics.entropy = 1;
     return;
   }
-  const double scale = 1 / sums.values;
-  double spread = 0;
-  Vec terms[4 / lanes] = {};
-  for (size_t k = 0; k < bins; k += 4) {
-    for (size_t i = k; i < k + 4; i += lanes) {
-      const Vec values = load(m.values + i);
-      const Vec p = values * scale;
-      terms[(i - k) / lanes] += p * log_2(p + epsilon);
-      const Vec square = (values - mean) * (values - mean);
-      store(m.squares + i, i == 0 ? without_first(square) : square);
+  const double scale = 1 / total;
+  Sum spread, terms;
+  constexpr size_t batch = 4;  // logarithms at a time: one alone is a long chain of operations
+  for (size_t k = 0; k < bins; k += batch * lanes) {
+    Vec p[batch], logs[batch];
+    for (size_t i = 0; i < batch; ++i) {
+      const size_t bin = k + i * lanes;
+      const Vec values = load(m.values + bin);
+      const Vec difference = bin == 0 ? without_first(values - mean) : values - mean;
+      spread.add(bin, difference * difference);
+      p[i] = values * scale;
+      logs[i] = p[i] + epsilon;
     }
-    if (k >= lag) add_in_order(m.squares + k - lag, spread);
+    take_log_2(logs);
+    for (size_t i = 0; i < batch; ++i) terms.add(k + i * lanes, p[i] * logs[i]);
   }
-  for (size_t k = bins - lag; k < bins; k += 4) add_in_order(m.squares + k, spread);
-  double t[4];  // the same four partial sums, whatever the number of lanes
-  for (size_t i = 0; i < 4; i += lanes) store_unaligned(t + i, terms[i / lanes]);
-  statistics.power = sums.squares / count;
-  statistics.deviation = __builtin_sqrt(spread / count);
-  statistics.entropy = -((t[0] + t[1]) + (t[2] + t[3])) / log2_of_127;
+  statistics.power = m.square_sum.total() / count;
+  statistics.deviation = __builtin_sqrt(spread.total() / count);
+  statistics.entropy = -terms.total() / log2_of_127;
 }
 
 void analyse(const int16_t* older, const int16_t* newer, double* magnitudes,
@@ -310,8 +274,9 @@ void analyse(const int16_t* older, const int16_t* newer, double* magnitudes,
   window_and_stages_1_2(older, newer, quarters);
   stages_3_4(quarters, rows_of_16);
   stages_5_6(rows_of_16, rows_of_4);
-  const Sums sums = stages_7_8(rows_of_4, m, magnitudes);
-  measure(m, sums, *statistics);
+  stages_7_8(rows_of_4, m);
+  measure(m, *statistics);
+  __builtin_memcpy(magnitudes, m.values + 1, (bins - 1) * sizeof *magnitudes);
 }
 
 }  // namespace

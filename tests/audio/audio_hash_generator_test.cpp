@@ -91,6 +91,11 @@ TEST(HashGenerator, AgreesWithAFullStableSort) {
         frame.magnitudes[j] = 1 + unit(random) * 0x1p-52;
       }
       ASSERT_TRUE(agrees(frame)) << units << " units, " << round;
+      // Three clear jumps before them: only the fourth place is a near tie.
+      frame.magnitudes[0] = 1000;
+      frame.magnitudes[1] = 400;
+      frame.magnitudes[2] = 100;
+      ASSERT_TRUE(agrees(frame)) << units << " units, " << round;
     }
   }
 }

@@ -1,8 +1,14 @@
 #include "audio/audio_segment_detector.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 #include <vector>
+
+#include "support/plain_spectrum.h"
+#include "support/recordings.h"
+#include "support/spectrum_kernels.h"
 
 namespace {
 
@@ -116,6 +122,42 @@ TEST(SegmentDetector, TakesAnyLoudEnoughFrameForActiveWithoutAPowerThreshold) {
   EXPECT_EQ(detector.options().pow_threshold, 0.75);
   detector.handle_frame(frame, events, &frame);
   EXPECT_EQ(events.texts.size(), 1u);
+}
+
+/// Whether `frame` is active when its thresholds are these.
+bool active(const SpectrumFrame& frame, double dev_threshold, double pow_threshold) {
+  SegmentDetectionOptions options = with_hits(1, 2);
+  options.dev_threshold = dev_threshold;
+  options.pow_threshold = pow_threshold;
+  Events events;
+  SpectrumFrame given = frame;
+  SegmentDetector(options).handle_frame(given, events, &given);
+  return !events.texts.empty();
+}
+
+// The frames' statistics are rounded in another order than the plain ones; no threshold may show it.
+TEST(SegmentDetector, DecidesAsOnPlainStatisticsAtTheVeryThreshold) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  const auto prompt = cv::test::english_prompts(40000).front();
+  const auto plain_frames = cv::test::plain_frames(prompt.samples);
+  cv::test::under_each_kernel([&] {
+    cv::audio::SpectrumGenerator generator;
+    cv::test::FrameCollector frames;
+    generator.compute_spectrum(prompt.samples.data(), prompt.samples.size(), frames, nullptr);
+    std::size_t compared = 0;
+    for (std::size_t i = 0; i < plain_frames.size(); ++i) {
+      const SpectrumFrame& plain = plain_frames[i];
+      if (plain.amplitude < 1 || plain.power <= 1) continue;
+      const double deviation = plain.deviation;
+      const double tonal_power = std::log10(plain.power) * (1 - plain.entropy);
+      EXPECT_TRUE(active(frames.frames[i], deviation, infinity)) << i;
+      EXPECT_FALSE(active(frames.frames[i], std::nextafter(deviation, infinity), infinity)) << i;
+      EXPECT_TRUE(active(frames.frames[i], infinity, tonal_power)) << i;
+      EXPECT_FALSE(active(frames.frames[i], infinity, std::nextafter(tonal_power, infinity))) << i;
+      ++compared;
+    }
+    EXPECT_GT(compared, 200u);
+  });
 }
 
 }  // namespace

@@ -139,9 +139,13 @@ std::optional<audio::HashPoint> plain_hash(const audio::SpectrumFrame& frame) {
 bool same_frame(const audio::SpectrumFrame& frame, const audio::SpectrumFrame& plain) {
   static_assert(sizeof frame == (6 + 127) * 8, "no padding");
   audio::SpectrumFrame adjusted = frame;
-  adjusted.entropy = plain.entropy;
-  return std::memcmp(&adjusted, &plain, sizeof plain) == 0 &&
-         std::fabs(frame.entropy - plain.entropy) <= 1e-12 * plain.entropy;
+  for (const auto statistic : {&audio::SpectrumFrame::mean, &audio::SpectrumFrame::power,
+                               &audio::SpectrumFrame::deviation, &audio::SpectrumFrame::entropy}) {
+    const double expected = plain.*statistic;
+    if (!(std::fabs(frame.*statistic - expected) <= 1e-12 * expected)) return false;
+    adjusted.*statistic = expected;
+  }
+  return std::memcmp(&adjusted, &plain, sizeof plain) == 0;
 }
 
 std::vector<audio::SpectrumFrame> plain_frames(std::span<const int16_t> samples) {

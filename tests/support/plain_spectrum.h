@@ -1,6 +1,5 @@
 // Spectra and fingerprint points worked out in the plainest way: sample by sample into a ring, the
-// textbook transform, whole sums, a full sort. The yardstick of what the product does faster, bit for
-// bit but for the entropy; it shares nothing with it but the types of its results.
+// textbook transform, whole sums, a full sort. The yardstick of what the product does faster; it shares nothing with it but the types of its results.
 #pragma once
 
 #include <cstddef>
@@ -33,8 +32,8 @@ class PlainSpectrumGenerator {
 /// The frame's point, if it has one.
 std::optional<audio::HashPoint> plain_hash(const audio::SpectrumFrame& frame);
 
-/// Whether `frame` has the bits of `plain` everywhere but in the entropy, which the product takes with
-/// a logarithm of its own: there 1e-12 (relative) is allowed.
+/// Whether `frame` has the bits of `plain`, but for mean, power, deviation and entropy: the product
+/// sums them in another order, and 1e-12 (relative) is allowed.
 bool same_frame(const audio::SpectrumFrame& frame, const audio::SpectrumFrame& plain);
 
 /// Copies every frame it is given.
