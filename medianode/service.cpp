@@ -172,17 +172,11 @@ void Service::request_configurations(ControlEvents& events) {
 }
 
 void Service::receive_media(net::Socket& socket, media::PacketReader& packet_reader) {
-  bool interrupted = false;
-  socket.set_interrupt(wake_descriptor(), [&] {
-    interrupted = true;
-    acknowledge_wake();
-  });
+  socket.set_interrupt(wake_descriptor(), &Service::acknowledge_wake);
   net::Socket::Buffer& buffer = socket.read();
   while (!stop_requested()) {
     buffer.length = socket.read(buffer.data, sizeof buffer.data);
-    // Nothing received is a datagram too, a short one, unless the wait was cut short.
-    if (!interrupted) packet_reader.read_from(buffer.data, buffer.length);
-    interrupted = false;
+    if (buffer.length != 0) packet_reader.read_from(buffer.data, buffer.length);
     report_signals();
   }
   socket.set_interrupt(-1, nullptr);

@@ -154,6 +154,7 @@ TEST_F(NodeCalls, TracesAndCountersReachSyslogWhateverTheConfiguredSink) {
   }
   bad.push_back(0);
   send(bad);
+  send(media::Datagram());  // not counted at all
   send(media::Datagram(39));
   send(media::Datagram(1377));
   send(refused.terminate());
