@@ -14,9 +14,8 @@ namespace cv::net {
 namespace str = utils::str;
 
 std::string get_host_name() {
-  char name[65] = {};
-  // The last byte stays NUL: a name that fills the rest need not be terminated.
-  if (gethostname(name, sizeof name - 1) != 0) return {};
+  char name[65] = {};  // the longest name there can be, and its NUL
+  if (gethostname(name, sizeof name) != 0) return {};
   return name;
 }
 

@@ -26,7 +26,7 @@ class Socket {
   };
 
   Socket() = default;
-  /// A socket that receives.
+  /// A socket that receives: open() asks the kernel for room for many waiting datagrams.
   explicit Socket(std::unique_ptr<Buffer> buffer) : read_buffer(std::move(buffer)) {}
   virtual ~Socket();
   Socket(const Socket&) = delete;
