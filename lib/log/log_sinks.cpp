@@ -16,8 +16,10 @@ void Stdlog::write(void*, const char* file, int line, const Message& message) {
   format_message(text, file, line, message);
   text.clear();
   text << '\n';
-  // One insertion a line: standard error is unbuffered, so lines of two threads do not interleave.
-  std::cerr << text.str();
+  const std::string written = text.str();
+  // One call a line: standard error is unbuffered, so lines of two threads do not interleave. And
+  // past the stream's state: a write that fails once (a full disk) must not silence every later line.
+  std::cerr.rdbuf()->sputn(written.data(), static_cast<std::streamsize>(written.size()));
 }
 
 void Syslog::write(const char* file, int line, LocalLevel facility, const Message& message) {
