@@ -1,8 +1,5 @@
-// Hash to the places it occurs at, in contiguous memory.
-//
-// The occurrences of a hash are in the order the points were given, and in runs, as long as one sample
-// goes on: who votes looks a sample up once a run. A run is a few words next to each other: the
-// position of the sample, the number of offsets, the offsets. Nothing changes once it is built.
+// Hash to the places it occurs at, in contiguous memory. The occurrences of a hash are in the order the
+// points were given. Nothing changes once it is built.
 #pragma once
 
 #include <cstddef>
@@ -23,29 +20,10 @@ struct HashDatabaseEntry {
   bool operator==(const HashDatabaseEntry&) const = default;
 };
 
-/// Goes from run to run of one hash.
-class HashRunCursor {
- public:
-  static constexpr std::size_t header_words = 2;
-
-  HashRunCursor() = default;
-  HashRunCursor(const uint32_t* words, const uint32_t* end) : m_words(words), m_end(end) {}
-
-  /// False behind the last run; nothing below may be called then.
-  explicit operator bool() const { return m_words != m_end; }
-  /// Of the sample in the database.
-  uint32_t position() const { return m_words[0]; }
-  /// At least 1.
-  uint32_t count() const { return m_words[1]; }
-  /// `count()` frames within the sample.
-  const uint32_t* offsets() const { return m_words + header_words; }
-  void next() { m_words += header_words + count(); }
-
-  bool operator==(const HashRunCursor&) const = default;
-
- private:
-  const uint32_t* m_words = nullptr;
-  const uint32_t* m_end = nullptr;
+/// The same with the sample's position in its database.
+struct HashIndexEntry {
+  uint32_t position;
+  uint32_t offset;
 };
 
 /// The occurrences of one hash: a view, valid as long as the index.
@@ -53,58 +31,43 @@ class HashEntries {
  public:
   class Iterator {
    public:
-    using iterator_category = std::forward_iterator_tag;
+    using iterator_category = std::input_iterator_tag;
     using value_type = HashDatabaseEntry;
     using difference_type = std::ptrdiff_t;
     using pointer = const value_type*;
     using reference = value_type;
 
-    Iterator() = default;
-    Iterator(HashRunCursor run, const uint32_t* sample_ids)
-        : m_run(run), m_sample_ids(sample_ids) {}
+    Iterator(const HashIndexEntry* entry, const uint32_t* sample_ids)
+        : m_entry(entry), m_sample_ids(sample_ids) {}
 
     HashDatabaseEntry operator*() const {
-      return {m_sample_ids[m_run.position()], m_run.offsets()[m_in_run]};
+      return {m_sample_ids[m_entry->position], m_entry->offset};
     }
     Iterator& operator++() {
-      if (++m_in_run == m_run.count()) {
-        m_run.next();
-        m_in_run = 0;
-      }
+      ++m_entry;
       return *this;
     }
-    Iterator operator++(int) {
-      Iterator before = *this;
-      ++*this;
-      return before;
-    }
-    bool operator==(const Iterator&) const = default;
+    Iterator operator++(int) { return {m_entry++, m_sample_ids}; }
+    bool operator==(const Iterator& other) const { return m_entry == other.m_entry; }
 
    private:
-    HashRunCursor m_run;
-    const uint32_t* m_sample_ids = nullptr;
-    uint32_t m_in_run = 0;
+    const HashIndexEntry* m_entry;
+    const uint32_t* m_sample_ids;
   };
 
   HashEntries() = default;
-  HashEntries(const uint32_t* words, const uint32_t* end, const uint32_t* sample_ids)
-      : m_words(words), m_end(end), m_sample_ids(sample_ids) {}
+  HashEntries(std::span<const HashIndexEntry> entries, const uint32_t* sample_ids)
+      : m_entries(entries), m_sample_ids(sample_ids) {}
 
-  bool empty() const { return m_words == m_end; }
-  /// Goes through the runs.
-  std::size_t size() const {
-    std::size_t size = 0;
-    for (HashRunCursor run = runs(); run; run.next()) size += run.count();
-    return size;
-  }
-  HashRunCursor runs() const { return {m_words, m_end}; }
-  Iterator begin() const { return {runs(), m_sample_ids}; }
-  Iterator end() const { return {HashRunCursor(m_end, m_end), m_sample_ids}; }
+  bool empty() const { return m_entries.empty(); }
+  std::size_t size() const { return m_entries.size(); }
+  Iterator begin() const { return {m_entries.data(), m_sample_ids}; }
+  Iterator end() const { return {m_entries.data() + m_entries.size(), m_sample_ids}; }
+  std::span<const HashIndexEntry> by_position() const { return m_entries; }
 
  private:
-  const uint32_t* m_words = nullptr;
-  const uint32_t* m_end = nullptr;
-  const uint32_t* m_sample_ids = nullptr;
+  std::span<const HashIndexEntry> m_entries;
+  const uint32_t* m_sample_ids = nullptr;  // by position
 };
 
 class HashIndex {
@@ -124,18 +87,17 @@ class HashIndex {
   HashEntries entries(uint32_t hash) const {
     if (m_slots.empty()) return {};
     const Slot& slot = m_slots[slot_of(hash)];
-    const uint32_t* words = m_words.data() + slot.begin;
-    return {words, words + slot.words, m_sample_ids.data()};
+    return {{m_entries.data() + slot.begin, slot.count}, m_sample_ids.data()};
   }
   /// Number of distinct hashes.
   std::size_t hash_count() const { return m_hash_count; }
-  std::size_t entry_count() const { return m_entry_count; }
+  std::size_t entry_count() const { return m_entries.size(); }
 
  private:
-  // The runs of a hash are the words from m_words[begin] on.
+  // The occurrences of a hash are those from m_entries[begin] on.
   struct Slot {
     uint32_t hash = 0;
-    uint32_t words = 0;  // 0: a free slot
+    uint32_t count = 0;  // 0: a free slot
     std::size_t begin = 0;
   };
 
@@ -144,19 +106,16 @@ class HashIndex {
     // Art of Computer Programming 3, 6.4.)
     const std::size_t mask = m_slots.size() - 1;
     std::size_t slot = (hash * uint64_t{0x9E3779B97F4A7C15} >> 32) & mask;
-    while (m_slots[slot].words != 0 && m_slots[slot].hash != hash) slot = (slot + 1) & mask;
+    while (m_slots[slot].count != 0 && m_slots[slot].hash != hash) slot = (slot + 1) & mask;
     return slot;
   }
-  std::vector<uint32_t> group_by_hash(std::span<const Part> parts);
-  Slot& enter(uint32_t hash);
+  uint32_t number_of(uint32_t hash);
   void grow();
-  void write_runs(std::span<const Part> parts, std::span<const uint32_t> groups);
 
   std::vector<Slot> m_slots;  // open addressing, a power of two, at most half full
-  std::vector<uint32_t> m_words;
+  std::vector<HashIndexEntry> m_entries;
   std::vector<uint32_t> m_sample_ids;
   std::size_t m_hash_count = 0;
-  std::size_t m_entry_count = 0;
 };
 
 }  // namespace cv::audio

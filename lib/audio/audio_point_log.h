@@ -37,7 +37,7 @@ class PointLog {
 
  private:
   uint32_t elapsed(uint32_t frame) const { return frame - m_points.front().offset; }
-  bool contains(HashPoint point) const;
+  std::deque<HashPoint>::const_iterator first_at_or_after(uint32_t elapsed_frames) const;
 
   std::deque<HashPoint> m_points;
 };

@@ -45,9 +45,9 @@ class SamplesDetector::Turn final : public VoteWindow::Listener {
     announce({metadata, *reached, candidate.delta, first, candidate.sample_frame + 1});
   }
 
-  void on_run_apart(const HashRunCursor& run) override {
-    const uint32_t sample_id = m_detector.m_database->sample_at(run.position()).metadata->id;
-    for (uint32_t i = 0; i < run.count(); ++i) vote_apart({sample_id, run.offsets()[i]});
+  void on_vote_apart(const HashIndexEntry& entry) override {
+    const SampleMetadata& metadata = *m_detector.m_database->sample_at(entry.position).metadata;
+    vote_apart({metadata.id, entry.offset});
   }
 
   void vote_apart(HashDatabaseEntry entry) {
@@ -153,10 +153,10 @@ void SamplesDetector::get_match(std::vector<Match>& out) const {
     const rc_ptr<SampleMetadata>& metadata = m_database->sample_at(position).metadata;
     const VoteTrack track = m_ordered->window.track(position);
     if (track.total == 0) continue;
-    const double reached = score(track.best, track.total, track.shifts);
+    const BestShift best = m_ordered->window.best_shift(position);
+    const double reached = score(best.votes, track.total, track.shifts);
     if (!(reached >= metadata->threshold)) continue;
     // A vote at the best shift makes it better, so the vote that made it the best was its last.
-    const BestShift best = m_ordered->window.best_shift(position);
     add(metadata, reached, best.delta, m_ordered->first_vote(*m_database, position, best.delta),
         best.last_frame);
   }

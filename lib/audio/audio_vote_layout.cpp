@@ -77,7 +77,7 @@ void VoteLayout::place(std::span<const uint32_t> ring_lengths) {
                                                   (i - first) * sizeof(BestShift));
       shape.ring_position = position;
       shape.ring_mask = ring_lengths[i] == 0 ? 0 : ring_lengths[i] - 1;
-      position += ring_lengths[i];
+      position += std::max(ring_lengths[i], cache_line_bytes);
     }
     m_chunks.push_back({first, samples, position});
     first = last;

@@ -21,21 +21,24 @@
 
 namespace cv::audio {
 
-/// The votes of one sample at any shift.
+/// The votes of one sample at any shift: what every vote needs.
 struct VoteTrack {
   uint64_t total;
   /// Number of shifts with at least one vote.
   uint32_t shifts;
-  /// Most votes seen for a shift and its neighbours.
-  uint32_t best : 31;
-  /// The sample's counters have outgrown a byte and stand elsewhere.
-  uint32_t wide : 1;
+  /// With fewer votes at a shift and its neighbours, nothing but the counters changes.
+  uint32_t notable_votes;
 };
 
-/// The shift `best` was reached at, and the sample frame of its last vote.
+/// What few votes need.
 struct BestShift {
+  /// The most votes seen at a shift and its neighbours.
+  uint32_t votes;
+  /// That shift, and the sample frame of its last vote.
   int32_t delta;
   uint32_t last_frame;
+  /// Number of the sample's wide ring; 0: none.
+  uint32_t wide_ring;
 };
 
 /// Where one sample's votes lie. Positions are bytes from the beginning of the chunk.
@@ -44,7 +47,7 @@ struct VoteShape {
   uint32_t track_position;
   uint32_t best_position;
   uint32_t ring_position;
-  /// Length of the ring minus 1; 0: the sample has none.
+  /// Length of the ring minus 1; 0: the sample has none, but one counter that is never used.
   uint32_t ring_mask;
   // Bounds of the votes that can reach the threshold; see least_votes().
   uint32_t early_bound;

@@ -11,8 +11,9 @@ namespace cv::audio {
 namespace {
 
 constexpr std::align_val_t chunk_alignment{64};
-// How many runs ahead memory is asked for: about what one run takes, times this, is a cache miss.
-constexpr int runs_ahead = 8;
+// How many votes ahead memory is asked for.
+constexpr std::size_t votes_ahead = 16;
+constexpr uint32_t max_byte = std::numeric_limits<uint8_t>::max();
 
 VoteTrack& track_in(std::byte* chunk, const VoteShape& shape) {
   return *reinterpret_cast<VoteTrack*>(chunk + shape.track_position);
@@ -45,6 +46,19 @@ struct VoteWindow::Turn {
   uint32_t frame;
   Drift drift;
   Listener& listener;
+
+  uint32_t delta(const HashIndexEntry& entry) const { return frame - entry.offset; }
+
+  /// The votes of `delta` and its neighbours, with one more.
+  template <typename Counter>
+  uint32_t votes_with_this(const Counter* ring, uint32_t mask, uint32_t delta) const {
+    uint32_t votes = ring[delta & mask] + 1u;
+    for (uint32_t by = 1; by <= drift; ++by) {
+      votes += ring[(delta - by) & mask];
+      votes += ring[(delta + by) & mask];
+    }
+    return votes;
+  }
 };
 
 void VoteWindow::FreeChunk::operator()(std::byte* chunk) const {
@@ -59,7 +73,7 @@ void VoteWindow::vote(uint32_t frame, const HashEntries& entries, uint8_t drift_
   advance(frame);
   // The drifts in use have loops of a constant length.
   const auto vote_with = [&](auto drift) {
-    vote_runs(Turn<decltype(drift)>{frame, drift, listener}, entries.runs());
+    vote_all(Turn<decltype(drift)>{frame, drift, listener}, entries.by_position());
   };
   switch (drift_frames) {
     case 0:
@@ -76,83 +90,88 @@ void VoteWindow::vote(uint32_t frame, const HashEntries& entries, uint8_t drift_
 }
 
 template <typename Drift>
-void VoteWindow::vote_runs(const Turn<Drift>& turn, HashRunCursor run) {
+void VoteWindow::vote_all(const Turn<Drift>& turn, std::span<const HashIndexEntry> entries) {
   const VoteShape* const shapes = m_layout.shapes().data();
-  const auto ask_for = [&](const HashRunCursor& later) {
-    const VoteShape& shape = shapes[later.position()];
+  // Forced: a function that does nothing but prefetch has no effect in the compiler's eyes.
+  const auto ask_for = [&](const HashIndexEntry& entry) __attribute__((always_inline)) {
+    const VoteShape& shape = shapes[entry.position];
     const std::byte* chunk = m_chunks[shape.chunk].get();
     if (chunk == nullptr) return;
-    const std::byte* ring = chunk + shape.ring_position;
     __builtin_prefetch(chunk + shape.track_position, 1);
-    __builtin_prefetch(ring + ((turn.frame - later.offsets()[0]) & shape.ring_mask), 1);
-    __builtin_prefetch(ring + ((turn.frame - later.offsets()[later.count() - 1]) & shape.ring_mask),
-                       1);
+    __builtin_prefetch(chunk + shape.ring_position + (turn.delta(entry) & shape.ring_mask), 1);
   };
-  HashRunCursor ahead = run;
-  for (int i = 0; i < runs_ahead && ahead; ++i, ahead.next()) ask_for(ahead);
-  for (; run; run.next()) {
-    if (ahead) {
-      ask_for(ahead);
-      ahead.next();
-    }
-    const VoteShape& shape = shapes[run.position()];
-    if (!shape.has_ring()) [[unlikely]] {
-      turn.listener.on_run_apart(run);
-      continue;
-    }
-    std::byte* const chunk = chunk_of(shape);
-    uint8_t* const ring = ring_in(chunk, shape);
+  for (std::size_t i = 0; i < std::min(votes_ahead, entries.size()); ++i) ask_for(entries[i]);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (i + votes_ahead < entries.size()) ask_for(entries[i + votes_ahead]);
+    const HashIndexEntry& entry = entries[i];
+    const VoteShape& shape = shapes[entry.position];
+    std::byte* chunk = m_chunks[shape.chunk].get();
+    if (chunk == nullptr) [[unlikely]]
+      chunk = allocate(shape.chunk);
     VoteTrack& track = track_in(chunk, shape);
-    // No counter exceeds `best`.
-    if (track.wide || track.best + uint64_t{run.count()} > std::numeric_limits<uint8_t>::max())
-        [[unlikely]] {
-      vote_run(turn, run, chunk, wide_ring(run.position(), track, ring));
-    } else {
-      vote_run(turn, run, chunk, ring);
-    }
-  }
-}
-
-template <typename Counter, typename Drift>
-void VoteWindow::vote_run(const Turn<Drift>& turn, const HashRunCursor& run, std::byte* chunk,
-                          Counter* ring) {
-  const VoteShape& shape = m_layout.shapes()[run.position()];
-  VoteTrack& track = track_in(chunk, shape);
-  const uint32_t mask = shape.ring_mask;
-  const uint32_t* const offsets = run.offsets();
-  const uint64_t total_before = track.total;
-  const uint32_t least_votes = shape.least_votes(total_before);
-  uint32_t shifts = track.shifts;
-  uint32_t notable = std::min(track.best + 1, least_votes);
-  const uint32_t count = run.count();
-  for (uint32_t i = 0; i < count; ++i) {
-    const uint32_t delta = turn.frame - offsets[i];
-    Counter& hits = ring[delta & mask];
-    shifts += hits == 0;
-    uint32_t votes = ++hits;
-    for (uint32_t by = 1; by <= turn.drift; ++by) {
-      votes += ring[(delta - by) & mask];
-      votes += ring[(delta + by) & mask];
-    }
-    if (votes < notable) [[likely]]
+    uint8_t* const ring = ring_in(chunk, shape);
+    const uint32_t delta = turn.delta(entry);
+    const uint32_t votes = turn.votes_with_this(ring, shape.ring_mask, delta);
+    if (votes >= track.notable_votes) [[unlikely]] {
+      vote_closely(turn, entry, chunk);
       continue;
-    if (votes > track.best) {
-      note_best(shape, chunk, votes, {static_cast<int32_t>(delta), offsets[i]});
-      notable = std::min(votes + 1, least_votes);
     }
-    const uint64_t total = total_before + i + 1;
-    if (votes < least_votes || !m_layout.may_reach(run.position(), votes, total, shifts)) continue;
-    turn.listener.on_candidate(
-        {run.position(), static_cast<int32_t>(delta), offsets[i], votes, total, shifts});
+    uint8_t& hits = ring[delta & shape.ring_mask];
+    ++track.total;
+    track.shifts += hits == 0;
+    ++hits;
   }
-  track.total = total_before + count;
-  track.shifts = shifts;
 }
 
-void VoteWindow::note_best(const VoteShape& shape, std::byte* chunk, uint32_t votes,
-                           BestShift shift) {
-  track_in(chunk, shape).best = votes & 0x7FFFFFFF;
-  best_in(chunk, shape) = shift;
+/// A vote that may be more than counted. A new track's are, and all those of a wide ring.
+template <typename Drift>
+void VoteWindow::vote_closely(const Turn<Drift>& turn, const HashIndexEntry& entry,
+                              std::byte* chunk) {
+  const VoteShape& shape = m_layout.shapes()[entry.position];
+  if (!shape.has_ring()) return turn.listener.on_vote_apart(entry);
+  VoteTrack& track = track_in(chunk, shape);
+  BestShift& best = best_in(chunk, shape);
+  const uint32_t delta = turn.delta(entry);
+  uint32_t votes = 0;
+  const auto count = [&](auto* ring) {
+    votes = turn.votes_with_this(ring, shape.ring_mask, delta);
+    track.shifts += ring[delta & shape.ring_mask]++ == 0;
+  };
+  // No counter exceeds the best.
+  if (best.votes >= max_byte) {
+    count(wide_ring(shape, chunk));
+  } else {
+    count(ring_in(chunk, shape));
+  }
+  ++track.total;
+  if (best.votes < votes) {
+    best.votes = votes;
+    best.delta = static_cast<int32_t>(delta);
+    best.last_frame = entry.offset;
+  }
+  const uint32_t least_votes = shape.least_votes(track.total);
+  track.notable_votes = best.wide_ring != 0 ? 0 : std::min({best.votes + 1, least_votes, max_byte});
+  if (votes < least_votes) return;
+  if (!m_layout.may_reach(entry.position, votes, track.total, track.shifts)) return;
+  turn.listener.on_candidate({entry.position, static_cast<int32_t>(delta), entry.offset, votes,
+                              track.total, track.shifts});
+}
+
+std::byte* VoteWindow::allocate(uint32_t chunk) {
+  const std::size_t size = m_layout.chunks()[chunk].size_bytes;
+  m_chunks[chunk].reset(static_cast<std::byte*>(::operator new(size, chunk_alignment)));
+  std::memset(m_chunks[chunk].get(), 0, size);
+  return m_chunks[chunk].get();
+}
+
+uint32_t* VoteWindow::wide_ring(const VoteShape& shape, std::byte* chunk) {
+  BestShift& best = best_in(chunk, shape);
+  if (best.wide_ring == 0) {
+    const uint8_t* ring = ring_in(chunk, shape);
+    m_wide_rings.emplace_back(ring, ring + shape.ring_mask + 1);
+    best.wide_ring = static_cast<uint32_t>(m_wide_rings.size());
+  }
+  return m_wide_rings[best.wide_ring - 1].data();
 }
 
 /// Clears counters of coming shifts, so that those of `frame` and the neighbours behind it are in
@@ -177,28 +196,9 @@ void VoteWindow::clear_blocks(uint32_t begin, uint32_t blocks) {
       }
     }
   }
-  for (auto& [position, ring] : m_wide_rings) {
+  for (auto& ring : m_wide_rings) {
     clear_ring(ring.data(), static_cast<uint32_t>(ring.size() - 1), begin, blocks);
   }
-}
-
-std::byte* VoteWindow::chunk_of(const VoteShape& shape) {
-  Chunk& chunk = m_chunks[shape.chunk];
-  if (!chunk) [[unlikely]] {
-    const std::size_t size = m_layout.chunks()[shape.chunk].size_bytes;
-    chunk.reset(static_cast<std::byte*>(::operator new(size, chunk_alignment)));
-    std::memset(chunk.get(), 0, size);
-  }
-  return chunk.get();
-}
-
-uint32_t* VoteWindow::wide_ring(uint32_t position, VoteTrack& track, const uint8_t* ring) {
-  std::vector<uint32_t>& wide = m_wide_rings[position];
-  if (!track.wide) {
-    wide.assign(ring, ring + m_layout.shapes()[position].ring_mask + 1);
-    track.wide = 1;
-  }
-  return wide.data();
 }
 
 VoteTrack VoteWindow::track(uint32_t position) const {

@@ -2,10 +2,11 @@
 // get a vote, in rings (see audio_vote_layout.h). Counters behind the longest offset are forgotten:
 // what matters of them is in the track's total, number of shifts and best shift.
 //
-// The votes of a point for one sample touch one track and, mostly, one cache line of counters. Many
-// streams take turns, so these lines are rarely cached; they are asked for some runs ahead.
+// A vote touches a track and, mostly, one cache line of counters. Many streams take turns, so these
+// lines are rarely cached; they are asked for some votes ahead. Nearly all votes change counters and
+// nothing else, so the loop over them has one branch, taken for the few that are notable.
 //
-// Counters are bytes. A track whose counters might pass 255 moves them to 32 bits, for good.
+// Counters are bytes. A sample whose counters might pass 255 moves them to 32 bits, for good.
 // Memory: that of the layout's chunks voted in, wide rings, and nothing that grows with the call.
 // Threads: one at a time. The database outlives the window.
 #pragma once
@@ -13,7 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
+#include <span>
 #include <vector>
 
 #include "audio/audio_hash_database.h"
@@ -37,8 +38,8 @@ class VoteWindow {
    public:
     /// Votes that may reach the sample's threshold; few do not.
     virtual void on_candidate(const Candidate& candidate) = 0;
-    /// A run of a sample that has no ring: not counted here.
-    virtual void on_run_apart(const HashRunCursor& run) = 0;
+    /// A vote for a sample that has no ring: not counted here.
+    virtual void on_vote_apart(const HashIndexEntry& entry) = 0;
 
    protected:
     ~Listener() = default;
@@ -62,24 +63,23 @@ class VoteWindow {
   };
   using Chunk = std::unique_ptr<std::byte, FreeChunk>;
 
-  /// What the votes of one point have in common.
+  /// The point whose votes are counted.
   template <typename Drift>
   struct Turn;
 
   template <typename Drift>
-  void vote_runs(const Turn<Drift>& turn, HashRunCursor run);
-  template <typename Counter, typename Drift>
-  void vote_run(const Turn<Drift>& turn, const HashRunCursor& run, std::byte* chunk, Counter* ring);
-  void note_best(const VoteShape& shape, std::byte* chunk, uint32_t votes, BestShift shift);
+  void vote_all(const Turn<Drift>& turn, std::span<const HashIndexEntry> entries);
+  template <typename Drift>
+  void vote_closely(const Turn<Drift>& turn, const HashIndexEntry& entry, std::byte* chunk);
+  std::byte* allocate(uint32_t chunk);
+  uint32_t* wide_ring(const VoteShape& shape, std::byte* chunk);
 
   void advance(uint32_t frame);
   void clear_blocks(uint32_t begin, uint32_t blocks);
-  std::byte* chunk_of(const VoteShape& shape);
-  uint32_t* wide_ring(uint32_t position, VoteTrack& track, const uint8_t* ring);
 
   const VoteLayout& m_layout;
-  std::vector<Chunk> m_chunks;                                       // empty until voted in
-  std::unordered_map<uint32_t, std::vector<uint32_t>> m_wide_rings;  // by position
+  std::vector<Chunk> m_chunks;  // empty until voted in
+  std::vector<std::vector<uint32_t>> m_wide_rings;
   /// The first shift behind those whose counters are cleared; a multiple of the layout's block.
   uint32_t m_cleared_end = 0;
   bool m_started = false;
