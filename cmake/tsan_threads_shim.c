@@ -23,11 +23,16 @@ const char* __tsan_default_suppressions(void) { return "race:librdkafka.so\n"; }
 
 static int status(int error) {
   switch (error) {
-    case 0: return thrd_success;
-    case EBUSY: return thrd_busy;
-    case ENOMEM: return thrd_nomem;
-    case ETIMEDOUT: return thrd_timedout;
-    default: return thrd_error;
+    case 0:
+      return thrd_success;
+    case EBUSY:
+      return thrd_busy;
+    case ENOMEM:
+      return thrd_nomem;
+    case ETIMEDOUT:
+      return thrd_timedout;
+    default:
+      return thrd_error;
   }
 }
 
