@@ -11,7 +11,7 @@
 namespace cv::audio {
 namespace {
 
-constexpr uint64_t position_mask = 63;
+inline constexpr uint64_t position_mask = 63;
 
 /// What to keep of the jump in each slot and what to put in. Slot i has position i + 1; slot 63 has no
 /// jump, and the lowest key.
@@ -27,7 +27,7 @@ struct KeyMasks {
     }
   }
 };
-constexpr KeyMasks key_masks;
+inline constexpr KeyMasks key_masks;
 
 inline Vec keys_at(const double* magnitudes, size_t slot) {
   const Vec jump = load_unaligned(magnitudes + slot + 1) - load_unaligned(magnitudes + slot);
@@ -92,7 +92,7 @@ inline uint64_t count_from(const Vec* keys, Vec least) {
   return count;
 }
 
-uint32_t hash(const double* magnitudes) {
+inline uint32_t hash(const double* magnitudes) {
   Vec keys[64 / lanes];
   for (size_t i = 0; i < 64 / lanes; ++i) keys[i] = keys_at(magnitudes, i * lanes);
   const Four top = highest_four(keys);

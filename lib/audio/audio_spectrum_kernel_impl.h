@@ -27,8 +27,8 @@ namespace {
 
 using math::fft_factors;
 
-constexpr size_t bins = 128;  // bin 0 is formed but not kept
-constexpr double epsilon = 2.220446049250313e-16;
+inline constexpr size_t bins = 128;  // bin 0 is formed but not kept
+inline constexpr double epsilon = 2.220446049250313e-16;
 
 struct Complex {
   Vec re;
@@ -201,14 +201,14 @@ struct Sum {
   }
 };
 
+/// The magnitudes and their sums as they come out of the last stage.
 struct Magnitudes {
   alignas(64) double values[bins];  // slot 0 holds 0
   Sum sum;
   Sum square_sum;
 
   void put(size_t k, Complex x) {
-    const Vec unscaled = square_root(x.re * x.re + x.im * x.im);
-    Vec m = unscaled * (1.0 / 128);  // exact, as a division would be
+    Vec m = square_root(x.re * x.re + x.im * x.im) * (1.0 / 128);  // exact, as a division would be
     if (k == 0) m = without_first(m);
     store(values + k, m);
     sum.add(k, m);
@@ -264,8 +264,8 @@ inline void measure(const Magnitudes& m, FrameStatistics& statistics) {
   statistics.entropy = -terms.total() / log2_of_127;
 }
 
-void analyse(const int16_t* older, const int16_t* newer, double* magnitudes,
-             FrameStatistics* statistics) {
+inline void analyse(const int16_t* older, const int16_t* newer, double* magnitudes,
+                    FrameStatistics* statistics) {
   Quarters quarters;
   Split<256> rows_of_16;
   Split<256> rows_of_4;

@@ -12,7 +12,7 @@ namespace {
 
 #if defined(__AVX2__)
 
-constexpr size_t lanes = 4;
+inline constexpr size_t lanes = 4;
 using Vec = __m256d;
 using Bits = uint64_t __attribute__((vector_size(32)));
 
@@ -52,7 +52,7 @@ inline void load_columns(const double* rows, Vec* columns) {
 
 #else
 
-constexpr size_t lanes = 2;
+inline constexpr size_t lanes = 2;
 using Vec = __m128d;
 using Bits = uint64_t __attribute__((vector_size(16)));
 
