@@ -11,6 +11,8 @@ namespace {
 
 constexpr uint32_t chunk_ring_bytes = 16 * 1024;
 constexpr uint32_t cache_line_bytes = 64;
+// A smaller ratio gives smaller bounds, so capping it is safe; it keeps them within 32 bits.
+constexpr double max_bound_ratio = 1 << 28;
 constexpr uint32_t frames_around =
     1 + 2 * VoteLayout::max_ring_drift_frames + VoteLayout::block_frames;
 
@@ -32,8 +34,7 @@ double least_ratio(double threshold) {
 }
 
 void set_bounds(VoteShape& shape, double ratio) {
-  // A smaller ratio gives smaller bounds, so capping it is safe; it keeps them within 32 bits.
-  const double capped = std::min(ratio, double{1 << 28});
+  const double capped = std::min(ratio, max_bound_ratio);
   shape.early_bound = static_cast<uint32_t>(capped);
   shape.late_bound = static_cast<uint32_t>(std::ceil(capped * 0.9));
   shape.late_total = static_cast<uint32_t>(std::ceil(capped * 9)) + 1;
@@ -56,6 +57,17 @@ VoteLayout::VoteLayout(std::span<const Sample> samples) : m_shapes(samples.size(
     set_bounds(m_shapes[i], m_ratios[i]);
   }
   place(ring_lengths);
+}
+
+uint32_t VoteLayout::least_votes(uint32_t position, uint64_t total, uint64_t shifts,
+                                 uint64_t count) const {
+  const uint32_t always = m_shapes[position].least_votes(total);
+  if (count == 1) return always;
+  // c * (n - 1) >= R * (T - c) again, with the least T and the largest n.
+  const double ratio = std::min(m_ratios[position], max_bound_ratio);
+  const double least =
+      ratio * static_cast<double>(total + 1) / (static_cast<double>(shifts + count - 1) + ratio);
+  return std::max(always, static_cast<uint32_t>(std::min(least * (1 - 1e-9), max_bound_ratio)));
 }
 
 /// Chunk: the tracks of its samples, their best shifts, their rings from a cache line on.

@@ -89,6 +89,9 @@ class VoteLayout {
   /// By the sample's position in the database.
   const std::vector<VoteShape>& shapes() const { return m_shapes; }
   const std::vector<Chunk>& chunks() const { return m_chunks; }
+  /// As VoteShape::least_votes(), for the next `count` votes of the sample at `position`, which has
+  /// `total` votes over `shifts` shifts so far; higher, but with a division.
+  uint32_t least_votes(uint32_t position, uint64_t total, uint64_t shifts, uint64_t count) const;
   /// False only when `votes` of `total` over `shifts` are certain to score below the threshold of the
   /// sample at `position`. Much cheaper than the score.
   bool may_reach(uint32_t position, uint64_t votes, uint64_t total, uint64_t shifts) const {

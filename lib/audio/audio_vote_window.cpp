@@ -13,6 +13,8 @@ namespace {
 constexpr std::align_val_t chunk_alignment{64};
 // How many votes ahead memory is asked for.
 constexpr std::size_t votes_ahead = 16;
+// As many votes in a row for one sample are counted together: a steady tone gives thousands.
+constexpr std::size_t long_run = 8;
 constexpr uint32_t max_byte = std::numeric_limits<uint8_t>::max();
 
 VoteTrack& track_in(std::byte* chunk, const VoteShape& shape) {
@@ -113,7 +115,7 @@ void VoteWindow::vote_all(const Turn<Drift>& turn, std::span<const HashIndexEntr
     const uint32_t delta = turn.delta(entry);
     const uint32_t votes = turn.votes_with_this(ring, shape.ring_mask, delta);
     if (votes >= track.notable_votes) [[unlikely]] {
-      vote_closely(turn, entry, chunk);
+      i += vote_closely(turn, entries.subspan(i), chunk) - 1;
       continue;
     }
     uint8_t& hits = ring[delta & shape.ring_mask];
@@ -123,38 +125,63 @@ void VoteWindow::vote_all(const Turn<Drift>& turn, std::span<const HashIndexEntr
   }
 }
 
-/// A vote that may be more than counted. A new track's are, and all those of a wide ring.
+/// Votes that may be more than counted: the first of `entries`, or as many as are for the same sample
+/// if these are many. Gives their number. A new track's votes come here, and all those of a wide ring.
 template <typename Drift>
-void VoteWindow::vote_closely(const Turn<Drift>& turn, const HashIndexEntry& entry,
-                              std::byte* chunk) {
-  const VoteShape& shape = m_layout.shapes()[entry.position];
-  if (!shape.has_ring()) return turn.listener.on_vote_apart(entry);
-  VoteTrack& track = track_in(chunk, shape);
-  BestShift& best = best_in(chunk, shape);
-  const uint32_t delta = turn.delta(entry);
-  uint32_t votes = 0;
-  const auto count = [&](auto* ring) {
-    votes = turn.votes_with_this(ring, shape.ring_mask, delta);
-    track.shifts += ring[delta & shape.ring_mask]++ == 0;
-  };
+std::size_t VoteWindow::vote_closely(const Turn<Drift>& turn,
+                                     std::span<const HashIndexEntry> entries, std::byte* chunk) {
+  const uint32_t position = entries.front().position;
+  const VoteShape& shape = m_layout.shapes()[position];
+  if (!shape.has_ring()) {
+    turn.listener.on_vote_apart(entries.front());
+    return 1;
+  }
+  std::size_t count = 1;
+  if (entries.size() >= long_run && entries[long_run - 1].position == position) {
+    while (count < entries.size() && entries[count].position == position) ++count;
+  }
+  const BestShift& best = best_in(chunk, shape);
   // No counter exceeds the best.
-  if (best.votes >= max_byte) {
-    count(wide_ring(shape, chunk));
+  if (best.wide_ring != 0 || best.votes + count > max_byte) {
+    vote_run(turn, entries.first(count), chunk, wide_ring(shape, chunk));
   } else {
-    count(ring_in(chunk, shape));
+    vote_run(turn, entries.first(count), chunk, ring_in(chunk, shape));
   }
-  ++track.total;
-  if (best.votes < votes) {
-    best.votes = votes;
-    best.delta = static_cast<int32_t>(delta);
-    best.last_frame = entry.offset;
+  return count;
+}
+
+/// Votes for one sample; its counters are in `ring`.
+template <typename Drift, typename Counter>
+void VoteWindow::vote_run(const Turn<Drift>& turn, std::span<const HashIndexEntry> run,
+                          std::byte* chunk, Counter* ring) {
+  const uint32_t position = run.front().position;
+  const VoteShape& shape = m_layout.shapes()[position];
+  // Copies: counters may alias anything.
+  VoteTrack track = track_in(chunk, shape);
+  BestShift best = best_in(chunk, shape);
+  const uint32_t mask = shape.ring_mask;
+  const uint32_t least_votes =
+      m_layout.least_votes(position, track.total, track.shifts, run.size());
+  for (const HashIndexEntry& entry : run) {
+    const uint32_t delta = turn.delta(entry);
+    const uint32_t votes = turn.votes_with_this(ring, mask, delta);
+    ++track.total;
+    track.shifts += ring[delta & mask]++ == 0;
+    if (best.votes < votes) {
+      best.votes = votes;
+      best.delta = static_cast<int32_t>(delta);
+      best.last_frame = entry.offset;
+    }
+    if (votes < least_votes) continue;
+    if (!m_layout.may_reach(position, votes, track.total, track.shifts)) continue;
+    turn.listener.on_candidate(
+        {position, static_cast<int32_t>(delta), entry.offset, votes, track.total, track.shifts});
   }
-  const uint32_t least_votes = shape.least_votes(track.total);
-  track.notable_votes = best.wide_ring != 0 ? 0 : std::min({best.votes + 1, least_votes, max_byte});
-  if (votes < least_votes) return;
-  if (!m_layout.may_reach(entry.position, votes, track.total, track.shifts)) return;
-  turn.listener.on_candidate({entry.position, static_cast<int32_t>(delta), entry.offset, votes,
-                              track.total, track.shifts});
+  track.notable_votes = best.wide_ring != 0
+                            ? 0
+                            : std::min({best.votes + 1, shape.least_votes(track.total), max_byte});
+  track_in(chunk, shape) = track;
+  best_in(chunk, shape) = best;
 }
 
 std::byte* VoteWindow::allocate(uint32_t chunk) {

@@ -70,7 +70,11 @@ class VoteWindow {
   template <typename Drift>
   void vote_all(const Turn<Drift>& turn, std::span<const HashIndexEntry> entries);
   template <typename Drift>
-  void vote_closely(const Turn<Drift>& turn, const HashIndexEntry& entry, std::byte* chunk);
+  std::size_t vote_closely(const Turn<Drift>& turn, std::span<const HashIndexEntry> entries,
+                           std::byte* chunk);
+  template <typename Drift, typename Counter>
+  void vote_run(const Turn<Drift>& turn, std::span<const HashIndexEntry> run, std::byte* chunk,
+                Counter* ring);
   std::byte* allocate(uint32_t chunk);
   uint32_t* wide_ring(const VoteShape& shape, std::byte* chunk);
 
