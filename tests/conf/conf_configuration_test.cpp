@@ -3,103 +3,71 @@
 #include <gtest/gtest.h>
 
 #include "conf/conf_extensions.h"
-#include "conf/conf_kafka_configuration.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 
 namespace {
 
-using cv::log::Level;
-using Lines = std::vector<std::string>;
-
-using Stack = cv::conf::ConfigVersionExtension<cv::conf::StatExtension<
-    cv::conf::PortExtension<cv::conf::LogExtenstion<cv::conf::Configuration>>>>;
-
-/// Answers every name with the code that the name spells, and remembers what it was given.
+/// Answers every name with the code that the name spells, and notes what it was given.
 class Scripted : public cv::conf::Configuration {
  public:
   int set_flag(const std::string& name, std::stringstream& error) override {
-    given.push_back(name);
+    given += name + ";";
     error << "reason";
-    return code_of(name);
+    if (name == "odd") return cv::conf::bad_format;
+    if (name == "refused") return cv::conf::refused;
+    return name == "mute" ? -7 : name == "strange" ? cv::conf::unknown : cv::conf::applied;
   }
   int set_value(const std::string& name, const std::string& value,
                 std::stringstream& error) override {
-    given.push_back(name + "=" + value);
-    error << "reason";
-    return code_of(name);
+    const int answer = set_flag(name, error);
+    given.insert(given.size() - 1, "=" + value);
+    return answer;
   }
-  Lines given;
-
- private:
-  static int code_of(const std::string& name) {
-    if (name == "odd") return cv::conf::bad_format;
-    if (name == "refused") return cv::conf::refused;
-    if (name == "mute") return -7;
-    return name == "strange" ? cv::conf::unknown : cv::conf::applied;
-  }
+  std::string given;
 };
 
-/// The lines a parse logged, each as "LEVEL text".
-Lines lines_of(const cv::test::LogCapture& log) {
-  Lines lines;
-  for (const auto& line : log.lines()) {
-    EXPECT_EQ(line.module, "conf_configuration");
-    EXPECT_TRUE(line.text.starts_with("CONFIGURATION: ")) << line.text;
-    lines.push_back(std::string(cv::log::level_to_string[static_cast<size_t>(line.level)]) + " " +
-                    line.text.substr(15));
-  }
-  return lines;
-}
-
-TEST(Configuration, LogsWhatTheSetterAnswers) {
+TEST(Configuration, LogsWhatTheSetterAnswersAndEndsAtTheFirstRefusal) {
   const struct {
-    const char* line;
-    bool goes_on;
-    const char* expected;
+    const char *args, *level, *text;  // of the last line
   } cases[] = {
-      {"a=1", true, "SYSTEM option [a] is set to [1]"},
-      {"strange=1", true, "WARNING option [strange] is unknown"},
-      {"odd=1", false, "ERROR failed to set option [odd] to [1]: unexpected value format"},
-      {"refused=1", false, "ERROR failed to set option [refused] to [1]: reason"},
-      {"mute=1", false, "ERROR failed to set option [mute] to [1]"},
-      {"a", true, "SYSTEM flag [a] applied"},
-      {"strange", true, "WARNING flag [strange] is unknown"},
-      {"odd", false, "ERROR failed to apply flag [odd]: unexpected format"},
-      {"refused", false, "ERROR failed to apply flag [refused]: reason"},
-      {"mute", false, "ERROR failed to apply flag [mute]"},
-      {"a=b=c", false, "ERROR incorrect option format at line 7: \"a=b=c\""},
-      {" = ", false, "ERROR incorrect option format at line 7: \" = \""},
+      {"a=1", "SYSTEM", "option [a] is set to [1]"},
+      {"strange=1", "WARNING", "option [strange] is unknown"},
+      {"odd=1,a", "ERROR", "failed to set option [odd] to [1]: unexpected value format"},
+      {"refused=1,a", "ERROR", "failed to set option [refused] to [1]: reason"},
+      {"mute=1,a", "ERROR", "failed to set option [mute] to [1]"},
+      {"mute,a", "ERROR", "failed to apply flag [mute]"},
+      {"refused", "ERROR", "failed to apply flag [refused]: reason"},
+      {"odd", "ERROR", "failed to apply flag [odd]: unexpected format"},
+      {"strange", "WARNING", "flag [strange] is unknown"},
+      {"a", "SYSTEM", "flag [a] applied"},
+      {"a=1,,x,a=b=c,d=1", "ERROR", "incorrect option format at position [2]"},
+      {"", "SYSTEM", "reading from args: "},
   };
   for (const auto& c : cases) {
     cv::test::LogCapture log;
-    EXPECT_EQ(Scripted().parse_line(c.line, 7), c.goes_on) << c.line;
-    EXPECT_EQ(lines_of(log), Lines{c.expected});
+    EXPECT_EQ(Scripted().parse_args(c.args), c.level != std::string("ERROR")) << c.args;
+    EXPECT_EQ(log.texts().back(),
+              c.level + std::string(" conf_configuration CONFIGURATION: ") + c.text);
   }
 }
 
 TEST(Configuration, CutsLinesAndArgumentsIntoNamesAndValues) {
   const struct {
-    const char* text;
-    Lines from_line, from_args;
+    const char *text, *from_line, *from_args;
   } cases[] = {
-      {"key = value", {"key=value"}, {"key=value"}},
-      {"  key=value\r", {"key=value"}, {"  key=value\r"}},
-      {"key=", {"key"}, {"key"}},
-      {"key= \t", {"key"}, {"key"}},
-      {"key", {"key"}, {"key"}},
-      {"=value", {"value"}, {"=value"}},
-      {"a==b", {"a=b"}, {}},
-      {"# a=1", {}, {"# a=1"}},
-      {"  # a", {}, {"  # a"}},
-      {"a=1 # b", {"a=1 # b"}, {"a=1 # b"}},
-      {"", {}, {}},
-      {" \t ", {}, {""}},
-      {",a=1,", {",a=1,"}, {"a=1"}},
-      {"a=1,b", {"a=1,b"}, {"a=1", "b"}},
-      {"a=1, b=2", {}, {"a=1", " b=2"}},
-      {"a=h1:9092,,h2:9092,b=2", {}, {"a=h1:9092,h2:9092", "b=2"}},
-      {"a=x_;y", {"a=x_;y"}, {"a=x,y"}},
+      {"  key = value\r", "key=value;", "  key=value\r;"},
+      {"key= \t", "key;", "key;"},
+      {"=value", "value;", "=value;"},
+      {"a==b", "a=b;", ""},
+      {"a=b=c", "", ""},
+      {"  # a", "", "  # a;"},
+      {"a=1 # b", "a=1 # b;", "a=1 # b;"},
+      {"", "", ""},
+      {" \t ", "", ";"},
+      {",a=1, b=2,", "", "a=1; b=2;"},
+      {"a=h1:9092,,h2:9092,b=2", "", "a=h1:9092,h2:9092;b=2;"},
+      {"a=x_;y,b", "a=x_;y,b;", "a=x,y;b;"},
   };
   for (const auto& c : cases) {
     cv::test::LogCapture log;
@@ -111,125 +79,32 @@ TEST(Configuration, CutsLinesAndArgumentsIntoNamesAndValues) {
   }
 }
 
-TEST(Configuration, ArgumentsAreLoggedAndEndAtTheFirstRefusal) {
-  const struct {
-    const char* args;
-    bool goes_on;
-    Lines expected;
-  } cases[] = {
-      {"", true, {"SYSTEM reading from args: "}},
-      {"a=1,,x,a=b=c,d=1",
-       false,
-       {"SYSTEM reading from args: a=1,,x,a=b=c,d=1", "SYSTEM option [a] is set to [1,x]",
-        "ERROR incorrect option format at position [2]"}},
-      {"odd=1,a=1",
-       false,
-       {"SYSTEM reading from args: odd=1,a=1",
-        "ERROR failed to set option [odd] to [1]: unexpected value format"}},
-  };
-  for (const auto& c : cases) {
-    cv::test::LogCapture log;
-    EXPECT_EQ(Scripted().parse_args(c.args), c.goes_on);
-    EXPECT_EQ(lines_of(log), c.expected);
-  }
-}
-
 TEST(Configuration, ReadsAFileUntilALineIsRefused) {
   const cv::test::TemporaryDirectory directory;
-  const std::string path = directory.file(
-      "node.conf", "# comment\n\n  port = 5000  \nunknown_key=1\nverbose\nport=70000\nport=6000\n");
-  Stack config;
-  {
-    cv::test::LogCapture log;
-    EXPECT_FALSE(config.parse_file(path));
-    EXPECT_EQ(
-        lines_of(log),
-        (Lines{"SYSTEM reading from file [" + path + "]", "SYSTEM option [port] is set to [5000]",
-               "WARNING option [unknown_key] is unknown", "WARNING flag [verbose] is unknown",
-               "ERROR failed to set option [port] to [70000]: unexpected value format"}));
-  }
-  EXPECT_EQ(config.port, 5000);
-
   cv::test::LogCapture log;
-  EXPECT_FALSE(config.parse_file(directory.file("third.conf", "port=1\n\na=b=c")));
-  EXPECT_EQ(lines_of(log).back(), "ERROR incorrect option format at line 2: \"a=b=c\"");
+  Scripted config;
+  EXPECT_FALSE(config.parse_file(directory.file("node.conf", "#\n\n  port = 5000\nodd\nport=6")));
+  EXPECT_EQ(config.given, "port=5000;odd;");
+  EXPECT_FALSE(config.parse_file(directory.file("third.conf", "\na\na=b=c")));
+  EXPECT_TRUE(log.has_containing("CONFIGURATION: incorrect option format at line 2: \"a=b=c\""));
+  EXPECT_FALSE(config.parse_file(directory.path()));
+  EXPECT_TRUE(log.has_containing("CONFIGURATION: failed to read file [" + directory.path() + "]"));
 }
 
-TEST(Configuration, AMissingNameIsNoErrorAndAnUnreadableFileIs) {
-  const cv::test::TemporaryDirectory directory;
-  const std::string missing = directory.path("none.conf");
-  const struct {
-    std::string path;
-    bool goes_on;
-    Lines expected;
-  } cases[] = {
-      {"", true, {"INFO file is not specified, default values are used"}},
-      {missing, false, {"ERROR failed to open file [" + missing + "]"}},
-      {directory.path(),
-       false,
-       {"SYSTEM reading from file [" + directory.path() + "]",
-        "ERROR failed to read file [" + directory.path() + "]"}},
-  };
-  for (const auto& c : cases) {
-    cv::test::LogCapture log;
-    EXPECT_EQ(Stack().parse_file(c.path), c.goes_on) << c.path;
-    EXPECT_EQ(lines_of(log), c.expected);
-  }
-}
-
-TEST(Extensions, AcceptExactValuesOnly) {
-  const struct {
-    const char *name, *value;
-    int expected;
-  } cases[] = {
-      {"log_level", "TRACE", 0},
-      {"log_level", "trace", -1},
-      {"port", "0", 0},
-      {"port", "65535", 0},
-      {"port", "65536", -1},
-      {"port", "12x", -1},
-      {"Port", "12", 1},
-      {"statistic_logging_enabled", "false", 0},
-      {"statistic_logging_enabled", "True", -1},
-      {"statistic_transfer_enabled", "1", -1},
-      {"statistic_transfer_host", "10.0.0.5:9000", 0},
-      {"statistic_transfer_host", "10.0.0.5", -1},
-      {"kafka_broker", "x", 1},
-      {"", "", 1},
-  };
-  for (const auto& c : cases) {
-    std::stringstream error;
-    EXPECT_EQ(Stack().set_value(c.name, c.value, error), c.expected) << c.name << "=" << c.value;
-    EXPECT_EQ(error.str(), "");
-  }
-}
-
-TEST(Extensions, EachKeySetsItsOwnField) {
-  cv::test::LogCapture log;
-  Stack config;
-  EXPECT_EQ(config.log_level, Level::INFO);
-  EXPECT_TRUE(config.statistic_logging_enabled);
+TEST(Extensions, AcceptExactValuesOnlyAndAHostSwitchesTheTransferOn) {
+  cv::conf::StatExtension<cv::conf::LogExtenstion<cv::conf::Configuration>> config;
+  std::stringstream error;
+  for (const char* value : {"True", "1", "", "10.0.0.5", "trace"})
+    for (const char* name : {"log_level", "statistic_logging_enabled", "statistic_transfer_enabled",
+                             "statistic_transfer_host"})
+      EXPECT_EQ(config.set_value(name, value, error), -1) << name << value;
   EXPECT_FALSE(config.statistic_transfer_enabled);
-  EXPECT_TRUE(config.parse_args(
-      "log_level=DEBUG,port=5000,statistic_logging_enabled=false,statistic_transfer_enabled=false,"
-      "statistic_transfer_host=10.0.0.5:9000-9001"));
-  EXPECT_EQ(config.log_level, Level::DEBUG);
-  EXPECT_EQ(config.port, 5000);
-  EXPECT_FALSE(config.statistic_logging_enabled);
-  EXPECT_TRUE(config.statistic_transfer_enabled) << "naming a host switches the transfer on";
+  EXPECT_EQ(config.set_value("statistic_transfer_host", "10.0.0.5:9000-9001", error), 0);
   EXPECT_EQ(config.statistic_transfer_host.host, "10.0.0.5");
   EXPECT_EQ(config.statistic_transfer_host.port, 9000);
-  EXPECT_TRUE(config.parse_args("statistic_transfer_enabled=false"));
+  EXPECT_TRUE(config.statistic_transfer_enabled && config.statistic_logging_enabled);
+  EXPECT_EQ(config.set_value("statistic_transfer_enabled", "false", error), 0);
   EXPECT_FALSE(config.statistic_transfer_enabled);
-  EXPECT_FALSE(config.parse_args("port=12x"));
-  EXPECT_EQ(config.port, 12) << "refused, and stored all the same";
-
-  cv::conf::KafkaConfiguration kafka;
-  EXPECT_TRUE(kafka.parse_args(
-      "kafka_broker=h1:9092,,h2:9092,kafka_topic_broadcast=all,kafka_topic_request=requests"));
-  EXPECT_EQ(kafka.kafka_broker, "h1:9092,h2:9092");
-  EXPECT_EQ(kafka.kafka_topic_broadcast, "all");
-  EXPECT_EQ(kafka.kafka_topic_request, "requests");
 }
 
 }  // namespace
