@@ -48,12 +48,9 @@ TEST_F(PathTest, CreatesWhatIsMissingOfADirectory) {
     bool strip_file_name;
     int error;  // -1: refused without a reason of the system's
   } cases[] = {
-      {"/", "/", false, 0},
-      {"a/b/c", "a/b/c", false, 0},
-      {"a/b/c", "a/b/c", false, 0},
-      {"d/e/log.txt", "d/e", true, 0},
-      {"/log.txt", "/", true, -1},
-      {"/..", "/", false, -1},
+      {"/", "/", false, 0},          {"a/b/c", "a/b/c", false, 0},
+      {"a/b/c", "a/b/c", false, 0},  {"d/e/log.txt", "d/e", true, 0},
+      {"/log.txt", "/", true, -1},   {"/..", "/", false, -1},
       {"file", ".", false, ENOTDIR},
   };
   for (const auto& c : cases) {
