@@ -1,18 +1,14 @@
 #include "audio/audio_samples_detector.h"
 
-#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <gtest/gtest.h>
-#include <random>
-#include <tuple>
 #include <vector>
 
-#include "audio/audio_fingerprint.h"
+#include "audio/findings.h"
 #include "audio/hash_samples.h"
 #include "support/plain_samples_detector.h"
-#include "support/recordings.h"
 
 namespace {
 
@@ -21,20 +17,10 @@ using cv::audio::HashPoint;
 using cv::audio::HashSample;
 using cv::audio::Match;
 using cv::audio::SamplesDetector;
+using cv::test::Finding;
+using cv::test::findings;
 using cv::test::make_sample;
 using cv::test::MatchCollector;
-
-// Identifier, score bits, offset, start, end.
-using Finding = std::tuple<uint32_t, uint64_t, int32_t, uint32_t, uint32_t>;
-
-std::vector<Finding> findings(const std::vector<Match>& matches) {
-  std::vector<Finding> result;
-  for (const Match& match : matches) {
-    result.emplace_back(match.sample->id, std::bit_cast<uint64_t>(match.score), match.offset,
-                        match.start, match.end);
-  }
-  return result;
-}
 
 SamplesDetector detector_of(const std::vector<HashSample>& samples, uint8_t drift = 1) {
   SamplesDetector detector;
@@ -250,86 +236,6 @@ TEST(SamplesDetector, StartsAnewAfterAReset) {
 
   votes.detector().set_database(cv::rc_ptr<HashDatabase>(new HashDatabase()));
   EXPECT_TRUE(votes.matches().empty()) << "a sample that the database lacks is not listed";
-}
-
-// Against the plain model: every announcement and every listed match, bit for bit.
-
-void expect_same_as_plain(const std::vector<HashSample>& samples, uint8_t drift,
-                          const std::vector<HashPoint>& stream, std::size_t& announced) {
-  SamplesDetector detector = detector_of(samples, drift);
-  const cv::test::PlainHashDatabase plain_database(samples);
-  cv::test::PlainSamplesDetector plain(plain_database, drift);
-  MatchCollector found;
-  MatchCollector expected;
-  for (const HashPoint& point : stream) {
-    detector.handle_hash(point, found, nullptr);
-    plain.handle_hash(point, expected, nullptr);
-    ASSERT_EQ(found.matches.size(), expected.matches.size()) << "at frame " << point.offset;
-  }
-  EXPECT_EQ(findings(found.matches), findings(expected.matches));
-  announced += found.matches.size();
-
-  std::vector<Match> matches;
-  std::vector<Match> expected_matches;
-  detector.get_match(matches);
-  plain.get_match(expected_matches);
-  ASSERT_TRUE(std::is_sorted(matches.begin(), matches.end(), SamplesDetector::score_comparision));
-  // Equal scores may come in any order.
-  auto listed = findings(matches);
-  auto expected_listed = findings(expected_matches);
-  std::sort(listed.begin(), listed.end());
-  std::sort(expected_listed.begin(), expected_listed.end());
-  EXPECT_EQ(listed, expected_listed);
-}
-
-TEST(SamplesDetector, DoesAsThePlainModelOnRandomPoints) {
-  std::size_t announced = 0;
-  for (unsigned seed = 0; seed < 24; ++seed) {
-    std::mt19937 random(seed);
-    const uint32_t hashes = 4u << seed % 8;
-    // Mostly common hashes; sometimes offsets that no recording has.
-    const auto below = [&](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
-    const auto hash = [&] { return below(1 + below(hashes)); };
-    const auto wild = [&](uint32_t offset) { return below(50) == 0 ? ~below(1000) : offset; };
-    std::vector<HashSample> samples;
-    for (uint32_t id = 0; id < 12; ++id) {
-      std::vector<HashPoint> points;
-      for (uint32_t frame = 0; frame < 80; ++frame) points.push_back({hash(), wild(frame)});
-      samples.push_back(make_sample(id * 7919, points, 0.5 * (id % 8)));
-    }
-    std::vector<HashPoint> stream;
-    for (uint32_t frame = 0; frame < 600; ++frame) {
-      const auto& points = samples[frame / 100].payload->points;
-      const bool played = frame % 100 < 80 && below(3) == 0;
-      stream.push_back({played ? points[frame % 100].hash : hash(), wild(frame)});
-    }
-    expect_same_as_plain(samples, static_cast<uint8_t>(seed % 4), stream, announced);
-  }
-  EXPECT_GT(announced, 1000u);
-}
-
-TEST(SamplesDetector, DoesAsThePlainModelOnRecordedSpeech) {
-  auto prompts = cv::test::english_prompts(8000);
-  ASSERT_GT(prompts.size(), 200u);
-  std::size_t announced = 0;
-  for (const unsigned phases : {1u, 4u}) {
-    std::vector<HashSample> samples;
-    for (uint32_t id = 0; id < 60; ++id) {
-      samples.push_back(
-          make_sample(id, cv::audio::fingerprint(prompts[id * 3].samples, phases), 3 + id % 3));
-    }
-    // A caller hears known and unknown prompts in turn, none on a multiple of the hop.
-    std::vector<int16_t> call(1000, 3);
-    for (std::size_t i = 0; i < 20; ++i) {
-      const auto& heard = prompts[i * 6 % 180 + i % 2].samples;
-      call.insert(call.end(), heard.begin(), heard.end());
-      call.insert(call.end(), 37 * i, 0);
-    }
-    const auto stream = cv::audio::fingerprint(call);
-    for (const uint8_t drift : {uint8_t{0}, uint8_t{1}, uint8_t{3}})
-      expect_same_as_plain(samples, drift, stream, announced);
-  }
-  EXPECT_GT(announced, 60u);
 }
 
 }  // namespace
