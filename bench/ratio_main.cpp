@@ -26,7 +26,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (const Run& run : runs) {
       if (run.error_occurred || run.aggregate_name != "median") continue;
       auto& values = m_medians[run.run_name.function_name];
-      values["time"] = run.GetAdjustedCPUTime();  // all run on one thread
+      // All run on one thread. A manual time is reported as real time.
+      const bool manual = run.run_name.time_type == "manual_time";
+      values["time"] = manual ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
       for (const auto& [name, counter] : run.counters) {
         if (name.starts_with("memory")) values[name] = counter.value;
       }
@@ -41,6 +43,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
       const auto fast = m_medians.find(scenario + "/fast");
       if (fast == m_medians.end()) continue;
       for (const auto& [what, value] : plain) {
+        if (fast->second.at(what) == 0) continue;
         const double ratio = value / fast->second.at(what);
         std::printf("%-56s %-24s %8.1f\n", scenario.c_str(), what.c_str(), ratio);
       }
