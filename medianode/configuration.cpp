@@ -66,7 +66,8 @@ int Configuration::set_transfer_enabled(const std::string& value) {
 
 int Configuration::set_transfer_disabled(const std::string& value, std::stringstream& error) {
   std::vector<std::string> items;
-  str::split(value, '|', items, true);
+  // By a text, not a character: an item missing behind the last bar is one that is not known, too.
+  str::split(value, "|", items, true);
   for (const std::string& item : items) {
     if (item == "sample_detection") {
       sample_detection_transfer = false;

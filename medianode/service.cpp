@@ -133,10 +133,9 @@ messaging::MessageBrokerSettings Service::broker_settings() {
 }
 
 void Service::on_database_swapped(bool built) {
-  std::call_once(m_first_swap_once, [&] {
-    m_first_swap.set_value(built);
-    wake_main_thread();
-  });
+  // The main thread looks every database_check_ms. Waking it could come too late for its wait, and
+  // then end the first receive as if by a signal.
+  std::call_once(m_first_swap_once, [&] { m_first_swap.set_value(built); });
 }
 
 // A topic is read from its first assignment on. An assignment that comes late, because the brokers

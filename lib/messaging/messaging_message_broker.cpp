@@ -135,7 +135,7 @@ void MessageBroker::publish(const std::string& topic, unsigned char* owned_body,
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic << "]; error ("
                          << code << "): " << RdKafka::err2str(code);
     if (code != RdKafka::ERR__QUEUE_FULL) return;
-    m_producer->poll(queue_full_poll_ms);
+    if (attempt + 1 < produce_attempts) m_producer->poll(queue_full_poll_ms);
   }
 }
 

@@ -28,6 +28,7 @@ TEST(NodeConfiguration, RefusesWhatItCannotUse) {
       {"report_transfer_enabled", "", -1, ""},
       {"report_transfer_disabled", "x", -255, "unknown value: x"},
       {"report_transfer_disabled", "sample_detection|x", -255, "unknown value: x"},
+      {"report_transfer_disabled", "audio_activity|", -255, "unknown value: "},
       {"report_transfer_disabled", "sample_detection||audio_activity", -255, "unknown value: "},
       {"report_transfer_host", "127.0.0.1:x", -1, ""},
       {"report_transfer_host", ",", -1, ""},
