@@ -196,6 +196,9 @@ class Site:
     def start_listener(self, on_report):
         listener = self.start("listen", [self.tool, "listen", "--port", str(self.report_port)])
 
+        # A call may be reported a tenth of a second after its start.
+        self.wait_for_log("listen", "listening on port", 30)
+
         def read():
             for line in listener.stdout:
                 on_report(json.loads(line), time.monotonic())
