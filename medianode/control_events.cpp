@@ -16,12 +16,11 @@ namespace cv::mn {
 
 namespace {
 
+namespace event = messaging::event;
+namespace request = messaging::request;
 using audio::SamplePacket;
 using audio::SegmentDetectionOptions;
 using rapidjson::Value;
-
-constexpr const char* deadair_config_name = ControlEvents::m_configs[0];
-constexpr const char* sample_config_name = ControlEvents::m_configs[1];
 
 void log_received(const std::string& name) {
   CV_LOG(SystemMessage) << "SERVICE: event [" << name << "] received";
@@ -167,33 +166,34 @@ messaging::EventDispatcher::Handlers ControlEvents::handlers() {
       (this->*handler)(name, document);
     };
   };
-  return {{"config_manager_started", call(&ControlEvents::event_on_config_manager_started)},
-          {"config_versions", call(&ControlEvents::event_on_config_version)},
-          {deadair_config_name, call(&ControlEvents::event_on_deadair_configuration)},
-          {sample_config_name, call(&ControlEvents::event_on_sample_configuration)},
-          {"corvanth_sample_list", call(&ControlEvents::event_on_sample_list)}};
+  return {{event::manager_started, call(&ControlEvents::event_on_config_manager_started)},
+          {event::versions, call(&ControlEvents::event_on_config_version)},
+          {event::dead_air_configuration, call(&ControlEvents::event_on_deadair_configuration)},
+          {event::sample_configuration, call(&ControlEvents::event_on_sample_configuration)},
+          {event::sample_list, call(&ControlEvents::event_on_sample_list)}};
 }
 
-void ControlEvents::event_request_config_versions() {
-  m_send(m_topics.request, R"({"type":"get_versions", "config_topic":")" + m_topics.node + R"("})");
-}
+void ControlEvents::event_request_config_versions() { send_request(request::get_versions, ""); }
 
 void ControlEvents::event_request_config(const std::string& name) {
-  m_send(m_topics.request, R"({"type":"configuration_request", "configuration":")" + name +
-                               R"(", "config_topic":")" + m_topics.node + R"("})");
+  send_request(request::configuration, R"("configuration":")" + name + R"(", )");
 }
 
 void ControlEvents::event_request_samples(const std::unordered_set<uint32_t>* ids) {
-  std::ostringstream json;
-  json << R"({"type":"configuration_request", "configuration":"corvanth_sample_list", )";
+  std::ostringstream members;
+  members << R"("configuration":")" << event::sample_list << R"(", )";
   if (ids != nullptr && !ids->empty()) {
-    json << R"("ids":)";
+    members << R"("ids":)";
     const char* separator = "[";
-    for (const uint32_t id : *ids) json << std::exchange(separator, ", ") << id;
-    json << "], ";
+    for (const uint32_t id : *ids) members << std::exchange(separator, ", ") << id;
+    members << "], ";
   }
-  json << R"("config_topic":")" << m_topics.node << R"("})";
-  m_send(m_topics.request, json.str());
+  send_request(request::configuration, members.str());
+}
+
+void ControlEvents::send_request(const std::string& type, const std::string& members) {
+  m_send(m_topics.request, R"({"type":")" + type + R"(", )" + members + R"("config_topic":")" +
+                               m_topics.node + R"("})");
 }
 
 void ControlEvents::event_on_config_manager_started(const std::string& name, void*) {
@@ -246,7 +246,7 @@ void ControlEvents::event_on_deadair_configuration(const std::string& name, void
     SegmentDetectionOptions options = defaults;
     if (read_dead_air(entry, rule_id, options)) config->m_rules.try_emplace(rule_id, options);
   }
-  record_version(deadair_config_name, version);
+  record_version(event::dead_air_configuration, version);
   m_dead_air_dispatcher.on_dead_air_config(std::move(config));
 }
 
@@ -260,7 +260,7 @@ void ControlEvents::event_on_sample_configuration(const std::string& name, void*
     uint64_t rule_id = 0;
     if (const auto sample = read_sample(entry, rule_id)) config.add(rule_id, sample);
   }
-  record_version(sample_config_name, version);
+  record_version(event::sample_configuration, version);
   std::unordered_set<uint32_t>* missing = nullptr;
   if (m_database_dispatcher.on_config_received(config, missing) == 0) {
     CV_LOG(SystemMessage) << "SERVICE: No sample configuration update is required";

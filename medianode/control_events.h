@@ -22,6 +22,7 @@
 #include "medianode/configuration.h"
 #include "medianode/database_dispatcher.h"
 #include "medianode/dead_air_dispatcher.h"
+#include "messaging/messaging_control_protocol.h"
 #include "messaging/messaging_event_dispatcher.h"
 
 namespace cv::mn {
@@ -32,8 +33,8 @@ audio::SegmentDetectionOptions default_segment_detection(const Configuration& co
 class ControlEvents {
  public:
   /// The configurations the node follows, in the order it asks for them.
-  static constexpr std::array<const char*, 2> m_configs = {"corvanth_deadair_configuration",
-                                                           "corvanth_sample_configuration"};
+  static constexpr std::array<const char*, 2> m_configs = {messaging::event::dead_air_configuration,
+                                                           messaging::event::sample_configuration};
 
   /// Publishes a JSON text to a topic. Any thread.
   using Send = std::function<void(const std::string& topic, const std::string& json)>;
@@ -61,6 +62,8 @@ class ControlEvents {
   void event_on_sample_list(const std::string& name, void* document);
 
  private:
+  /// `members`: those between the type and the topic, each with ", " behind it.
+  void send_request(const std::string& type, const std::string& members);
   uint64_t recorded_version(const std::string& name);
   void record_version(const std::string& name, uint64_t version);
 

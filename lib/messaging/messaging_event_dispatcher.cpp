@@ -8,12 +8,11 @@
 #include <vector>
 
 #include "log/log.h"
+#include "messaging/messaging_control_protocol.h"
 
 namespace cv::messaging {
 
 namespace {
-
-enum Kind : unsigned char { JSON = 0, BINARY = 1 };
 
 /// The deepest nesting of arrays and objects in a JSON text. Exact as far as the text is valid JSON,
 /// which is as far as a parser gets.
@@ -51,7 +50,7 @@ EventDispatcher::EventDispatcher(MessageBrokerSettings settings, Handlers handle
 void EventDispatcher::dispatch(std::string topic, std::string json) {
   std::vector<unsigned char> body;
   body.reserve(json.size() + 1);
-  body.push_back(Kind::JSON);
+  body.push_back(static_cast<unsigned char>(BodyKind::json));
   body.insert(body.end(), json.begin(), json.end());
   CV_LOG(SystemMessage) << "EVENT_DISPATCHER: dispatch to [" << topic << "]: " << json;
   m_constructed.wait();
@@ -60,11 +59,11 @@ void EventDispatcher::dispatch(std::string topic, std::string json) {
 
 void EventDispatcher::on_message(const unsigned char* data, size_t size) {
   if (size == 0) return;
-  switch (data[0]) {
-    case Kind::JSON:
+  switch (static_cast<BodyKind>(data[0])) {
+    case BodyKind::json:
       handle_json_event(data + 1, size - 1);
       break;
-    case Kind::BINARY:
+    case BodyKind::binary:
       CV_LOG(WarningMessage) << "EVENT_DISPATCHER: binary event is not supported, ignoring; size ("
                              << size - 1 << ") bytes";
       break;

@@ -10,8 +10,6 @@ namespace cv::tools {
 
 namespace {
 
-constexpr unsigned char kind_json = 0;
-
 /// RapidJSON's writer with what the events have in common.
 class EventWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
  public:
@@ -120,7 +118,7 @@ std::string sample_event(uint32_t sample_id, const std::vector<unsigned char>& p
 std::vector<unsigned char> event_body(std::string_view json) {
   std::vector<unsigned char> plain;
   plain.reserve(json.size() + 1);
-  plain.push_back(kind_json);
+  plain.push_back(static_cast<unsigned char>(messaging::BodyKind::json));
   plain.insert(plain.end(), json.begin(), json.end());
   return messaging::compress_bounded(plain);
 }

@@ -7,22 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "messaging/messaging_control_protocol.h"
 #include "tools/configd/rules_file.h"
 
 namespace cv::tools {
 
-namespace event {
-inline constexpr const char* manager_started = "config_manager_started";
-inline constexpr const char* versions = "config_versions";
-inline constexpr const char* sample_configuration = "corvanth_sample_configuration";
-inline constexpr const char* dead_air_configuration = "corvanth_deadair_configuration";
-inline constexpr const char* sample_list = "corvanth_sample_list";
-}  // namespace event
-
-namespace request {
-inline constexpr const char* get_versions = "get_versions";
-inline constexpr const char* configuration = "configuration_request";
-}  // namespace request
+namespace event = messaging::event;
 
 /// One line of the sample configuration: a rule looks for a sample.
 struct SampleEntry {

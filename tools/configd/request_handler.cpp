@@ -10,6 +10,7 @@ namespace cv::tools {
 
 namespace {
 
+namespace request = messaging::request;
 using rapidjson::Value;
 
 // As much of a refused request as a log line should carry.
