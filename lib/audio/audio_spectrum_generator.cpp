@@ -10,9 +10,9 @@ namespace cv::audio {
 
 namespace {
 
-/// Where the kernels' rounding matters: at the deviation from which on a frame has a point; near silence,
-/// which has no entropy; and where the magnitudes are so much alike (a lone click) that their deviation
-/// is rounding.
+/// Where the kernels' rounding matters: at the deviation from which on a frame has a point; near
+/// silence, which has no entropy; and where the magnitudes are so much alike (a lone click) that their
+/// deviation is rounding.
 bool wants_exact_statistics(const SpectrumFrame& frame) {
   return in_doubt(frame.deviation, least_hash_deviation) ||
          (frame.mean > 0 && (frame.mean < 1e-15 || frame.deviation < 1e-6 * frame.mean));

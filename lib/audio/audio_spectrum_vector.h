@@ -1,6 +1,6 @@
 // The few vector operations that the spectrum kernels need beyond the compiler's own operators on
-// vectors, for the instruction set their source is compiled for: AVX2 or, on any x86-64, SSE2. Internal linkage throughout: each
-// kernel keeps its own copy.
+// vectors, for the instruction set their source is compiled for: AVX2 or, on any x86-64, SSE2. Internal
+// linkage throughout: each kernel keeps its own copy.
 #pragma once
 
 #include <immintrin.h>

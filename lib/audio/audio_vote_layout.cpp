@@ -9,7 +9,6 @@ namespace cv::audio {
 
 namespace {
 
-constexpr uint32_t chunk_ring_bytes = 16 * 1024;
 constexpr uint32_t cache_line_bytes = 64;
 // A smaller ratio gives smaller bounds, so capping it is safe; it keeps them within 32 bits.
 constexpr double max_bound_ratio = 1 << 28;
@@ -70,14 +69,16 @@ uint32_t VoteLayout::least_votes(uint32_t position, uint64_t total, uint64_t shi
   return std::max(always, static_cast<uint32_t>(std::min(least * (1 - 1e-9), max_bound_ratio)));
 }
 
-/// Chunk: the tracks of its samples, their best shifts, their rings from a cache line on.
+/// Chunk: the tracks of its samples, their best shifts, their rings from a cache line on. A sample
+/// without a ring has a cache line in its place.
 void VoteLayout::place(std::span<const uint32_t> ring_lengths) {
   const auto end = static_cast<uint32_t>(ring_lengths.size());
+  const auto bytes_of = [&](uint32_t i) { return std::max(ring_lengths[i], cache_line_bytes); };
   for (uint32_t first = 0; first < end;) {
     uint32_t last = first;
-    for (uint64_t bytes = ring_lengths[last++]; last < end; ++last) {
-      bytes += ring_lengths[last];
-      if (bytes > chunk_ring_bytes) break;
+    for (uint64_t bytes = bytes_of(last++); last < end; ++last) {
+      bytes += bytes_of(last);
+      if (bytes > max_chunk_ring_bytes) break;
     }
     const uint32_t samples = last - first;
     uint32_t position = rounded_up(samples * (sizeof(VoteTrack) + sizeof(BestShift)));
@@ -89,7 +90,7 @@ void VoteLayout::place(std::span<const uint32_t> ring_lengths) {
                                                   (i - first) * sizeof(BestShift));
       shape.ring_position = position;
       shape.ring_mask = ring_lengths[i] == 0 ? 0 : ring_lengths[i] - 1;
-      position += std::max(ring_lengths[i], cache_line_bytes);
+      position += bytes_of(i);
     }
     m_chunks.push_back({first, samples, position});
     first = last;
