@@ -12,8 +12,8 @@
 namespace cv::mn {
 
 class Configuration
-    : public conf::ConfigVersionExtension<
-          conf::StatExtension<conf::PortExtension<conf::LogExtenstion<conf::Configuration>>>> {
+    : public conf::ConfigVersionExtension<conf::StatExtension<
+          conf::PortExtension<conf::LogExtenstion<conf::LimitsExtension<conf::Configuration>>>>> {
  public:
   Configuration();
 

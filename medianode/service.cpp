@@ -80,7 +80,8 @@ bool Service::on_start() {
 
   // From here on each part lives until this function ends, whichever way it does, and they stop in
   // the reverse order: packet reader, pipeline, reports, Kafka, statistics, and last the socket.
-  net::Socket media_socket(std::make_unique<net::Socket::Buffer>());
+  net::Socket media_socket(std::make_unique<net::Socket::Buffer>(),
+                           static_cast<int>(m_config->media_receive_buffer_bytes));
   StatisticService& statistics = statistic_service(*m_config);
   const RunningThread statistics_running(statistics);
 

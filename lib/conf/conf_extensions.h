@@ -35,6 +35,34 @@ class LogExtenstion : public Base {
   log::Level log_level = log::Level::INFO;
 };
 
+/// What the node takes from the network, and how much of it.
+template <typename Base>
+class LimitsExtension : public Base {
+ public:
+  /// The kernel keeps twice this in a signed 32-bit number.
+  static constexpr uint32_t max_receive_buffer_bytes = INT32_MAX / 2;
+
+  int set_value(const std::string& name, const std::string& value,
+                std::stringstream& error) override {
+    if (name == "media_receive_buffer_bytes") return set_receive_buffer(value, error);
+    return Base::set_value(name, value, error);
+  }
+
+  uint32_t media_receive_buffer_bytes = 16 << 20;  // 0: the system's default
+
+ private:
+  int set_receive_buffer(const std::string& value, std::stringstream& error) {
+    uint64_t bytes = 0;
+    if (!utils::str::try_parse_value<uint64_t, 10>(value.c_str(), bytes)) return bad_format;
+    if (bytes > max_receive_buffer_bytes) {
+      error << "[media_receive_buffer_bytes] must not exceed [" << max_receive_buffer_bytes << "]";
+      return refused;
+    }
+    media_receive_buffer_bytes = static_cast<uint32_t>(bytes);
+    return applied;
+  }
+};
+
 template <typename Base>
 class PortExtension : public Base {
  public:

@@ -1,5 +1,6 @@
 #include "net/net_socket.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cassert>
 #include <cerrno>
@@ -9,27 +10,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "core/clock.h"
 #include "log/log.h"
 #include "log/log_sinks.h"
 
 namespace cv::net {
-
-namespace {
-
-/// The kernel doubles it and charges a packet of 20 ms about 1300 bytes, so that half a second of a
-/// thousand calls can wait; its own default holds 2 ms of them. Memory is taken as packets wait.
-constexpr int receive_buffer_bytes = 32 << 20;
-
-void widen_receive_buffer(int descriptor) {
-  const auto set = [descriptor](int option) {
-    return setsockopt(descriptor, SOL_SOCKET, option, &receive_buffer_bytes,
-                      sizeof receive_buffer_bytes) == 0;
-  };
-  // Without the privilege for the first, the system's maximum (net.core.rmem_max) is the limit.
-  if (!set(SO_RCVBUFFORCE)) set(SO_RCVBUF);
-}
-
-}  // namespace
 
 Socket::~Socket() { Socket::close(); }
 
@@ -42,7 +27,9 @@ bool Socket::open(int port, unsigned int address) {
                          << "): " << strerror(error);
     return false;
   }
-  if (read_buffer != nullptr) widen_receive_buffer(m_descriptor);
+  if (m_receive_buffer_bytes > 0) widen_receive_buffer();
+  const int count_drops = 1;
+  setsockopt(m_descriptor, SOL_SOCKET, SO_RXQ_OVFL, &count_drops, sizeof count_drops);
   sockaddr_in local{};
   local.sin_family = AF_INET;
   local.sin_port = htons(static_cast<uint16_t>(port));
@@ -61,22 +48,62 @@ void Socket::set_interrupt(int descriptor, std::function<void()> on_interrupted)
   m_on_interrupted = std::move(on_interrupted);
 }
 
+void Socket::widen_receive_buffer() const {
+  const auto set = [this](int option) {
+    return setsockopt(m_descriptor, SOL_SOCKET, option, &m_receive_buffer_bytes,
+                      sizeof m_receive_buffer_bytes) == 0;
+  };
+  // Without the privilege for the first, the system's maximum (net.core.rmem_max) is the limit.
+  if (!set(SO_RCVBUFFORCE)) set(SO_RCVBUF);
+  int granted_bytes = 0;
+  socklen_t length = sizeof granted_bytes;
+  getsockopt(m_descriptor, SOL_SOCKET, SO_RCVBUF, &granted_bytes, &length);
+  granted_bytes /= 2;  // the kernel doubles what it is asked for, for its own bookkeeping
+  if (granted_bytes >= m_receive_buffer_bytes) return;
+  CV_LOG(WarningMessage) << "SOCKET[" << m_descriptor << "]: receive buffer of ("
+                         << m_receive_buffer_bytes << ") bytes requested, the kernel granted ("
+                         << granted_bytes << ")";
+}
+
 std::size_t Socket::read(unsigned char* buffer, std::size_t size) {
-  for (;;) {
-    // Tried before waiting: under load a packet is there already, and one system call gets it.
-    const ssize_t length = recv(m_descriptor, buffer, size, MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (length >= 0) return static_cast<std::size_t>(length);
-    if (errno == EINTR) return interrupted();
-    if (errno != EAGAIN && errno != EWOULDBLOCK) fail_read(errno);
+  if (m_batch == nullptr) m_batch = std::make_unique<DatagramBatch>();
+  while (m_batch->empty()) {
+    // Tried before waiting: under load packets are there already, and one system call gets them.
+    const int error = m_batch->fill(m_descriptor);
+    note_dropped();
+    if (error == 0) continue;
+    if (error == EINTR) return interrupted();
+    if (error != EAGAIN && error != EWOULDBLOCK) fail_read(error);
     if (!wait_for_data()) return interrupted();
   }
+  return m_batch->take(buffer, size);
+}
+
+void Socket::note_dropped() {
+  const uint64_t dropped = m_batch->take_dropped();
+  m_kernel_dropped.add(dropped);
+  m_dropped.add(dropped);
+  if (m_dropped.unsaid() == 0) return;  // the usual case needs no clock
+  if (const auto count = m_dropped.take(steady_clock().now_us())) say_dropped(*count);
+}
+
+void Socket::say_dropped(uint64_t count) const {
+  CV_LOG(WarningMessage) << "SOCKET[" << m_descriptor << "]: the kernel dropped (" << count
+                         << ") datagrams, its receive buffer was full; (" << m_kernel_dropped.get()
+                         << ") in all";
+}
+
+int Socket::wait_timeout_ms() const {
+  if (m_dropped.unsaid() == 0) return -1;
+  const int64_t left_us = m_dropped.due_us() - steady_clock().now_us();
+  return static_cast<int>(std::max<int64_t>(left_us, 0) / 1000) + 1;
 }
 
 /// False when the wait was cut short. True does not promise a datagram: one with a bad checksum is
 /// dropped only when it is received, and an error is for the receive call to tell.
 bool Socket::wait_for_data() {
   pollfd waits[2] = {{m_descriptor, POLLIN, 0}, {m_interrupt_descriptor, POLLIN, 0}};
-  if (poll(waits, 2, -1) < 0) {
+  if (poll(waits, 2, wait_timeout_ms()) < 0) {
     if (errno == EINTR) return false;
     fail_read(errno);
   }
@@ -122,6 +149,9 @@ bool Socket::send(const sockaddr_in& to, const char* data, std::size_t size) {
 
 void Socket::close() {
   if (m_descriptor < 0) return;
+  if (const uint64_t count = m_dropped.take_rest()) say_dropped(count);
+  m_batch.reset();
+  m_kernel_dropped.set(0);
   shutdown(m_descriptor, SHUT_RDWR);
   ::close(m_descriptor);
   m_descriptor = -1;

@@ -1,5 +1,9 @@
 // An IPv4 UDP socket, for receiving media and for sending reports.
 //
+// Datagrams are taken from the kernel in batches (net_datagram_batch.h) and read one by one. What the
+// kernel drops because the receive buffer is full is counted and said in one WARNING line at most
+// every five seconds, of a reading thread that comes back to read.
+//
 // Receiving waits for a datagram, and for an interrupt descriptor beside it when one was set. A
 // signal that arrives between a look at the stop flag and the wait makes that descriptor readable
 // and thus ends the wait at once: no signal is ever slept over.
@@ -15,6 +19,10 @@
 #include <netinet/in.h>
 #include <utility>
 
+#include "core/counter.h"
+#include "core/tally.h"
+#include "net/net_datagram_batch.h"
+
 namespace cv::net {
 
 class Socket {
@@ -26,8 +34,10 @@ class Socket {
   };
 
   Socket() = default;
-  /// A socket that receives: open() asks the kernel for room for many waiting datagrams.
-  explicit Socket(std::unique_ptr<Buffer> buffer) : read_buffer(std::move(buffer)) {}
+  /// A socket that receives: open() asks the kernel for a receive buffer of `receive_buffer_bytes`
+  /// (0: leaves the system's default) and says in a WARNING line when less is granted.
+  explicit Socket(std::unique_ptr<Buffer> buffer, int receive_buffer_bytes = 0)
+      : read_buffer(std::move(buffer)), m_receive_buffer_bytes(receive_buffer_bytes) {}
   virtual ~Socket();
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
@@ -59,16 +69,28 @@ class Socket {
   /// The port bound to, in host byte order; 0 while closed.
   uint16_t local_port() const;
 
+  /// Datagrams that the kernel dropped since the socket was opened, as far as it has told: it tells
+  /// with the next datagram that it delivers. Any thread.
+  uint64_t kernel_dropped() const { return m_kernel_dropped.get(); }
+
   std::unique_ptr<Buffer> read_buffer;
 
  private:
+  void widen_receive_buffer() const;
+  void note_dropped();
+  void say_dropped(uint64_t count) const;
+  int wait_timeout_ms() const;
   bool wait_for_data();
   std::size_t interrupted();
   [[noreturn]] void fail_read(int error);
 
+  int m_receive_buffer_bytes = 0;
   int m_descriptor = -1;
   int m_interrupt_descriptor = -1;
   std::function<void()> m_on_interrupted;
+  std::unique_ptr<DatagramBatch> m_batch;  // made by the first read
+  Counter m_kernel_dropped;
+  Tally m_dropped;
 };
 
 }  // namespace cv::net

@@ -44,6 +44,9 @@ TEST(NodeConfiguration, RefusesWhatItCannotUse) {
       {"segment_detection_default_silence_hits", "", -1, ""},
       {"Report_logging_enabled", "true", 1, ""},
       {"port", "70000", -1, ""},
+      {"media_receive_buffer_bytes", "16 MiB", -1, ""},
+      {"media_receive_buffer_bytes", "1073741824", -255,
+       "[media_receive_buffer_bytes] must not exceed [1073741823]"},
       {"kafka_broker", "x", 1, ""},
   };
   for (const auto& c : cases) {

@@ -1,5 +1,6 @@
 #include "net/net_socket.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -33,15 +34,57 @@ TEST_F(SocketTest, CarriesDatagramsWholeAndInOrderAndLogsWhatItCannotSend) {
   EXPECT_TRUE(send("first") && send(std::string(60000, 'x')));
   EXPECT_EQ(receive(), "first");
   EXPECT_EQ(receive(), std::string(60000, 'x'));
-  int room_bytes[2] = {};
-  socklen_t size = sizeof room_bytes[0];
-  getsockopt(m_receiver.descriptor(), SOL_SOCKET, SO_RCVBUF, &room_bytes[0], &size);
-  getsockopt(m_sender.descriptor(), SOL_SOCKET, SO_RCVBUF, &room_bytes[1], &size);
-  EXPECT_GT(room_bytes[0], room_bytes[1]) << "a receiver gets more than the default";
   m_sender.close();
   EXPECT_FALSE(send("text"));
   EXPECT_TRUE(m_log.has_containing("SOCKET[-1]: failed to send a data (4: "));
   EXPECT_TRUE(m_log.has_containing("), error (9): Bad file descriptor"));
+}
+
+std::size_t room_bytes(const Socket& socket) {
+  int bytes = 0;
+  socklen_t size = sizeof bytes;
+  EXPECT_EQ(getsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, &size), 0);
+  return static_cast<std::size_t>(bytes);
+}
+
+// Nobody reads while they come. A datagram of this size is charged 1280 bytes.
+TEST_F(SocketTest, ABurstWaitsInTheRoomThatWasAskedForAndStaysInOrder) {
+  m_receiver.close();
+  Socket receiver(std::make_unique<Socket::Buffer>(), 16 << 20);
+  ASSERT_TRUE(receiver.open(0, INADDR_LOOPBACK));
+  const bool granted = room_bytes(receiver) >= 2 * (16 << 20);
+  EXPECT_EQ(m_log.has_containing("bytes requested, the kernel granted ("), !granted);
+  const std::size_t burst = std::min<std::size_t>(10000, room_bytes(receiver) / 2560);
+  const sockaddr_in to{AF_INET, htons(receiver.local_port()), {htonl(INADDR_LOOPBACK)}, {}};
+  std::string packet(370, 'x');
+  for (std::size_t i = 0; i < burst; ++i) {
+    std::memcpy(packet.data(), &i, sizeof i);
+    ASSERT_TRUE(m_sender.send(to, packet.data(), packet.size()));
+  }
+  unsigned char data[400];
+  for (std::size_t i = 0; i < burst; ++i) {
+    ASSERT_EQ(receiver.read(data, sizeof data), packet.size());
+    ASSERT_EQ(std::memcmp(data, &i, sizeof i), 0) << i;
+  }
+  EXPECT_EQ(receiver.kernel_dropped(), 0u);
+}
+
+TEST_F(SocketTest, CountsAndSaysWhatTheKernelDrops) {
+  const std::size_t sent = room_bytes(m_receiver) / 1000 + 500;
+  for (std::size_t i = 0; i < sent; ++i) ASSERT_TRUE(send(std::string(370, 'x')));
+  ASSERT_FALSE(receive().empty());
+  // A batch is out, so the next gets in; and it tells what was lost before it.
+  ASSERT_TRUE(send("last"));
+  std::size_t received = 1;
+  while (receive() != "last") ++received;
+  EXPECT_GT(m_receiver.kernel_dropped(), 0u);
+  EXPECT_EQ(received + m_receiver.kernel_dropped(), sent);
+  EXPECT_TRUE(m_log.has(cv::log::Level::WARNING,
+                        "SOCKET[" + std::to_string(m_receiver.descriptor()) +
+                            "]: the kernel dropped (" +
+                            std::to_string(m_receiver.kernel_dropped()) +
+                            ") datagrams, its receive buffer was full; (" +
+                            std::to_string(m_receiver.kernel_dropped()) + ") in all"));
 }
 
 // A signal that arrives just before the wait: its descriptor is readable already.
