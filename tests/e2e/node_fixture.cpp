@@ -117,9 +117,14 @@ void NodeFixture::start_ready_node(const std::vector<std::string>& prompts,
   wait_for_first_requests();
   std::map<uint32_t, std::string> ids;
   for (const std::string& name : prompts) ids.emplace(101 + ids.size(), name);
+  // Made before the node begins to wait for them: it waits five seconds.
+  std::vector<std::string> samples;
+  for (const auto& [id, name] : ids) samples.push_back(sample_event(id, name));
   send_to_node(sample_configuration(7, ids));
-  for (const auto& [id, name] : ids) send_to_node(sample_event(id, name));
+  for (const std::string& sample : samples) send_to_node(sample);
   ASSERT_TRUE(node_logged("PACKETS_READER: thread [")) << node().output();
+  // On a slow machine that was a database without all its samples.
+  ASSERT_TRUE(node_logged("DATABASE_DISPATCHER: database version (7) successfully built"));
 }
 
 void NodeFixture::broadcast(const std::string& json) {

@@ -22,13 +22,14 @@ TEST_F(NodeStart, AsksForItsConfigurationAndOpensThePortWithTheFirstDatabase) {
                                       request + "corvanth_sample_configuration" + tail}));
   EXPECT_FALSE(port_is_open(m_media_port));
 
+  const std::string samples[] = {sample_event(101, "vm-goodbye"), sample_event(102, "vm-sorry")};
   send_to_node(sample_configuration(7, {{101, "vm-goodbye"}, {102, "vm-sorry"}}));
-  EXPECT_EQ(requests(3).at(2), request + "corvanth_sample_list" + tail) << "all of them, no ids";
-  send_to_node(sample_event(101, "vm-goodbye"));
+  send_to_node(samples[0]);
   ASSERT_TRUE(node_logged("DATABASE_DISPATCHER: received sample (101) with ("));
   EXPECT_FALSE(port_is_open(m_media_port)) << "one sample is still missing";
+  EXPECT_EQ(requests(3).at(2), request + "corvanth_sample_list" + tail) << "all of them, no ids";
 
-  send_to_node(sample_event(102, "vm-sorry"));
+  send_to_node(samples[1]);
   ASSERT_TRUE(node_logged("PACKETS_READER: thread ["));
   EXPECT_TRUE(port_is_open(m_media_port));
   EXPECT_TRUE(node_logged("DATABASE_DISPATCHER: database version (7) successfully built"));
