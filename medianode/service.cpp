@@ -151,8 +151,8 @@ bool Service::wait_for_first_database(ControlEvents& events,
     if (stop_requested()) return false;
     if (const uint64_t now = dispatcher.assignments(); now != assignments) {
       assignments = now;
-      CV_LOG(WarningMessage) << "SERVICE: topics have been assigned after the configurations were "
-                                "requested, requesting them again";
+      CV_LOG(SystemMessage) << "SERVICE: topics have been assigned after the configurations were "
+                               "requested, requesting them again";
       request_configurations(events);
     }
   }

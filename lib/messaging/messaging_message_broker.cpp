@@ -29,6 +29,12 @@ constexpr uint64_t default_consume_timeout_ms = 1000;
 constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
+// How soon a subscribed topic is assigned that did not exist at the start. The library's own five
+// minutes would keep a new node waiting.
+constexpr const char* topic_refresh_interval_ms = "5000";
+// How soon the group lets go of a consumer that died, and its successor, a restarted node, gets the
+// topics. The default of library versions before 1.9; later ones take 45 s.
+constexpr const char* session_timeout_ms = "10000";
 
 // `value` is a text or a pointer to the callback interface that the property names.
 template <typename Value>
@@ -223,7 +229,9 @@ bool MessageBroker::create_consumer() {
       !set_property(*conf, "allow.auto.create.topics", "true") ||
       !set_property(*conf, "group.id", m_settings.group_id) ||
       !set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
-      !set_property(*conf, "event_cb", static_cast<RdKafka::EventCb*>(this))) {
+      !set_property(*conf, "event_cb", static_cast<RdKafka::EventCb*>(this)) ||
+      !set_property(*conf, "topic.metadata.refresh.interval.ms", topic_refresh_interval_ms) ||
+      !set_property(*conf, "session.timeout.ms", session_timeout_ms)) {
     return false;
   }
   const std::unique_ptr<RdKafka::Conf> topic_conf(RdKafka::Conf::create(RdKafka::Conf::CONF_TOPIC));
@@ -241,6 +249,10 @@ bool MessageBroker::create_consumer() {
   if (m_consumer == nullptr) {
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer: " << error;
     return false;
+  }
+  for (const std::string& name : m_settings.topics) {
+    // Null on failure, which leaves only the refresh to find a new topic.
+    m_topics.emplace_back(RdKafka::Topic::create(m_consumer, name, nullptr, error));
   }
   // Without its topics the consumer still reports errors and time-outs.
   const RdKafka::ErrorCode code = m_consumer->subscribe(m_settings.topics);
@@ -260,6 +272,7 @@ void MessageBroker::consumer_loop() {
     bool unknown_topic_seen = false;
     while (m_running) consume_one(timeout_ms, unknown_topic_seen);
     m_consumer->close();
+    m_topics.clear();
     delete m_consumer;
     m_consumer = nullptr;
   } else {
@@ -271,6 +284,7 @@ void MessageBroker::consumer_loop() {
 
 void MessageBroker::consume_one(int timeout_ms, bool& unknown_topic_seen) {
   const std::unique_ptr<RdKafka::Message> message(m_consumer->consume(timeout_ms));
+  if (!m_silent_partitions.empty()) count_heard(*message);
   if (message->err() == RdKafka::ERR_UNKNOWN_TOPIC_OR_PART && !unknown_topic_seen) {
     unknown_topic_seen = true;
     if (reload_unknown_topic(message->topic_name())) return;
@@ -333,15 +347,38 @@ void MessageBroker::rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::Erro
                         << (partitions.empty() ? "(no partitions)"
                                                : join(partitions, &print_partition));
   if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
+    m_silent_partitions.clear();
     consumer->unassign();
     return;
   }
   const bool first = m_first_assignment.exchange(false);
   if (first) sync_offsets(partitions, broker_query_ms);
-  // Counted before the constructor is let go: its caller's first look counts this assignment in.
-  m_assignments.fetch_add(1, std::memory_order_release);
+  expect_to_hear(partitions);
   if (first) m_consumer_ready.set_value();
   consumer->assign(partitions);
+}
+
+// A partition assigned without an offset is read from a place that the library asks the cluster for
+// afterwards, and what is published meanwhile may lie before it. Its first message or end of
+// partition tells that the place is settled.
+void MessageBroker::expect_to_hear(const std::vector<RdKafka::TopicPartition*>& partitions) {
+  m_silent_partitions.clear();
+  for (const RdKafka::TopicPartition* partition : partitions) {
+    if (partition->offset() < 0) {
+      m_silent_partitions.emplace(partition->topic(), partition->partition());
+    }
+  }
+  // At the first assignment this comes before the constructor is let go: its caller's first look
+  // counts the assignment in.
+  if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
+}
+
+void MessageBroker::count_heard(const RdKafka::Message& message) {
+  if (message.err() != RdKafka::ERR_NO_ERROR && message.err() != RdKafka::ERR__PARTITION_EOF) {
+    return;
+  }
+  m_silent_partitions.erase({message.topic_name(), message.partition()});
+  if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
 }
 
 void MessageBroker::sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions,
@@ -381,8 +418,9 @@ bool MessageBroker::is_topic_exist_at_broker(const std::string& topic) {
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: metadata or metadata topics do not exist";
     return false;
   }
+  // A topic that was asked for is listed in any case, with this error when the cluster has none.
   for (const RdKafka::TopicMetadata* known : *metadata->topics()) {
-    if (known->topic() == topic) return true;
+    if (known->topic() == topic) return known->err() != RdKafka::ERR_UNKNOWN_TOPIC_OR_PART;
   }
   return false;
 }

@@ -20,8 +20,11 @@
 #include <functional>
 #include <future>
 #include <librdkafka/rdkafkacpp.h>
+#include <memory>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace cv::messaging {
@@ -62,8 +65,9 @@ class MessageBroker : public RdKafka::RebalanceCb,
   static unsigned char* compress(const unsigned char* data, size_t& size);
   static unsigned char* decompress(const unsigned char* data, size_t& size);
 
-  /// How many times partitions have been assigned so far. When it has grown since a request was
-  /// sent, the answer may have been published before anybody listened. Any thread.
+  /// How many times partitions have been assigned and then listened to, so far. When it has grown
+  /// since a request was sent, the answer may have been published before anybody listened; the
+  /// answer to one sent now will be heard. Any thread.
   uint64_t assignments() const { return m_assignments.load(std::memory_order_acquire); }
 
   void rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::ErrorCode code,
@@ -86,6 +90,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   /// True when the topic turned out to exist, and so the message is done with.
   bool reload_unknown_topic(const std::string& topic);
   void handle_message(RdKafka::Message* message);
+  void expect_to_hear(const std::vector<RdKafka::TopicPartition*>& partitions);
+  void count_heard(const RdKafka::Message& message);
   void sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions, int timeout_ms);
   bool is_topic_exist_at_broker(const std::string& topic);
   void publish(const std::string& topic, unsigned char* owned_body, size_t size);
@@ -94,6 +100,11 @@ class MessageBroker : public RdKafka::RebalanceCb,
   MessageBrokerSettings m_settings;
   RdKafka::Producer* m_producer = nullptr;
   RdKafka::KafkaConsumer* m_consumer = nullptr;
+  // The library asks for the state of topics that it holds handles of: without them the check of
+  // an unknown topic would never see it appear. Consumer thread.
+  std::vector<std::unique_ptr<RdKafka::Topic>> m_topics;
+  // Assigned without an offset and not heard from yet. Consumer thread.
+  std::set<std::pair<std::string, int32_t>> m_silent_partitions;
   std::thread m_thread;
   std::atomic<bool> m_running{false};
   std::promise<void> m_consumer_ready;

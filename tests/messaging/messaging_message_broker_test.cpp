@@ -189,26 +189,53 @@ TEST(MessageBroker, SendsAndReceivesOverACluster) {
   EXPECT_EQ(log.lines().back().level, Level::SYSTEM);
 }
 
+constexpr const char* unknown_topic_line =
+    "MESSAGE_BROKER: topic [own] is unknown, let's check the one has been already created at "
+    "broker";
+
 TEST(MessageBroker, ResubscribesWhenAnUnknownTopicExistsAfterAll) {
   LogCapture log;
   MockKafka kafka({"all", "own"});
   kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART);
-  const auto resubscribed = [&] {
-    return log.has(Level::INFO, "MESSAGE_BROKER: topics resubscribed successfully");
-  };
   Received received;
   MessageBrokerSettings settings = received.settings(kafka.brokers(), {"all", "own"});
-  settings.interrupted = resubscribed;
+  settings.interrupted = [&] {
+    // The check is on: now the cluster has the topic.
+    if (log.has(Level::WARNING, unknown_topic_line)) {
+      kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_NO_ERROR);
+    }
+    return false;
+  };
   MessageBroker broker(std::move(settings));
-  ASSERT_TRUE(resubscribed());
-  EXPECT_TRUE(log.has(Level::WARNING,
-                      "MESSAGE_BROKER: topic [own] is unknown, let's check the one has been "
-                      "already created at broker"));
   EXPECT_TRUE(log.has(Level::INFO,
                       "MESSAGE_BROKER: topic [own] exist at broker, let's resubscribe to reload "
                       "the topic"));
+  EXPECT_TRUE(log.has(Level::INFO, "MESSAGE_BROKER: topics resubscribed successfully"));
   const int before = received.timeouts;
   EXPECT_TRUE(eventually([&] { return received.timeouts > before; })) << "it goes on consuming";
+}
+
+TEST(MessageBroker, ListensToATopicThatIsMadeWhileItRuns) {
+  LogCapture log;
+  MockKafka kafka({"all", "own"});
+  kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART);
+  Received received;
+  MessageBroker broker(received.settings(kafka.brokers(), {"all", "own"}));
+  const std::string rebalance =
+      "MESSAGE_BROKER: rebalance \"" + RdKafka::err2str(RdKafka::ERR__ASSIGN_PARTITIONS) + "\": ";
+  ASSERT_TRUE(log.has(Level::SYSTEM, rebalance + "[all/0]"));
+  EXPECT_EQ(log.count_containing(unknown_topic_line), 1u);
+  EXPECT_FALSE(log.has_containing("let's resubscribe"));
+  EXPECT_TRUE(log.has_containing("MESSAGE_BROKER: message receiving error (3): \""));
+  EXPECT_EQ(broker.assignments(), 1u);
+
+  kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_NO_ERROR);
+  // Counted when it listens, so what is published from then on arrives.
+  ASSERT_TRUE(eventually([&] { return broker.assignments() == 2; }));
+  kafka.produce("own", compressed("after"));
+  EXPECT_TRUE(log.has(Level::SYSTEM, rebalance + "[all/0], [own/0]"));
+  EXPECT_TRUE(eventually([&] { return !received.all().empty(); }));
+  EXPECT_EQ(received.all(), (std::vector<std::string>{"after"}));
 }
 
 TEST(MessageBroker, LivesWithoutAClusterAndSaysSo) {
