@@ -24,7 +24,7 @@ class MediaPipeline {
   /// Shares the configuration, borrows the rest.
   MediaPipeline(rc_ptr<Configuration> configuration, DatabaseDispatcher& database_dispatcher,
                 DeadAirDispatcher& dead_air_dispatcher, ReportManager& report_manager,
-                media::StreamManagerStatistic& statistic);
+                media::StreamManagerStatistic& statistic, const IClock& clock = steady_clock());
 
   /// Where the checked packets go.
   Manager& manager() { return m_manager; }

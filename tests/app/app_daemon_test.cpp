@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "log/log_sinks.h"
-#include "support/temporary_directory.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -34,9 +34,9 @@ int status_of_daemon(const std::string& pid_file, const std::string& log_file,
 }
 
 TEST(Daemon, LogsWhatItCannotDoAndRunsOnWithoutALogFileAlone) {
-  const cv::test::TemporaryDirectory directory;
-  const std::string first = directory.file("before.log", "");
-  const std::string log = directory.path("new/daemon.log");
+  const cv::test::TemporaryFolder folder;
+  const std::string first = folder.write("before.log", "");
+  const std::string log = folder / "new/daemon.log";
   const std::string no_log = first + "/x.log";
   const struct {
     std::string pid_file, log_file;

@@ -7,7 +7,7 @@
 
 #include "app/app_build_version.h"
 #include "support/log_capture.h"
-#include "support/temporary_directory.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -24,10 +24,10 @@ struct TalkingService : cv::app::KafkaService<cv::conf::PortExtension<cv::conf::
 };
 
 TEST(KafkaService, ReadsFileArgumentsAndKafkaSettingsThenAsksForGroupAndTopic) {
-  const cv::test::TemporaryDirectory directory;
-  setenv("CORVANTH_KAFKA_CONF", directory.file("kafka.conf", "kafka_broker=h:9092\n").c_str(), 1);
+  const cv::test::TemporaryFolder folder;
+  setenv("CORVANTH_KAFKA_CONF", folder.write("kafka.conf", "kafka_broker=h:9092\n").c_str(), 1);
   const cv::test::LogCapture log;
-  EXPECT_TRUE(TalkingService(directory.file("file", "port=5000\n")).do_start());
+  EXPECT_TRUE(TalkingService(folder.write("file", "port=5000\n")).do_start());
   std::string text;
   for (const auto& line : log.texts()) text += line + "\n";
   const std::string tag = "SYSTEM app_kafka_service SERVICE: kafka ";

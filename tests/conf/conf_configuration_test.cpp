@@ -4,7 +4,7 @@
 
 #include "conf/conf_extensions.h"
 #include "support/log_capture.h"
-#include "support/temporary_directory.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -80,15 +80,15 @@ TEST(Configuration, CutsLinesAndArgumentsIntoNamesAndValues) {
 }
 
 TEST(Configuration, ReadsAFileUntilALineIsRefused) {
-  const cv::test::TemporaryDirectory directory;
+  const cv::test::TemporaryFolder folder;
   cv::test::LogCapture log;
   Scripted config;
-  EXPECT_FALSE(config.parse_file(directory.file("node.conf", "#\n\n  port = 5000\nodd\nport=6")));
+  EXPECT_FALSE(config.parse_file(folder.write("node.conf", "#\n\n  port = 5000\nodd\nport=6")));
   EXPECT_EQ(config.given, "port=5000;odd;");
-  EXPECT_FALSE(config.parse_file(directory.file("third.conf", "\na\na=b=c")));
+  EXPECT_FALSE(config.parse_file(folder.write("third.conf", "\na\na=b=c")));
   EXPECT_TRUE(log.has_containing("CONFIGURATION: incorrect option format at line 2: \"a=b=c\""));
-  EXPECT_FALSE(config.parse_file(directory.path()));
-  EXPECT_TRUE(log.has_containing("CONFIGURATION: failed to read file [" + directory.path() + "]"));
+  EXPECT_FALSE(config.parse_file(folder.path()));
+  EXPECT_TRUE(log.has_containing("CONFIGURATION: failed to read file [" + folder.path() + "]"));
 }
 
 TEST(Extensions, AcceptExactValuesOnlyAndAHostSwitchesTheTransferOn) {

@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <sstream>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "audio/audio_fingerprint.h"
 #include "audio/audio_sample_packet.h"
@@ -28,18 +27,6 @@ sockaddr_in loopback(uint16_t port) {
   return address;
 }
 
-int bind_loopback(uint16_t& port) {
-  const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_in address = loopback(0);
-  socklen_t size = sizeof address;
-  if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-      getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-    throw std::runtime_error("cannot bind a loopback port");
-  }
-  port = ntohs(address.sin_port);
-  return descriptor;
-}
-
 std::string topic_of(uint16_t media_port) {
   return "corvanth_medianode_127o0o0o1_" + std::to_string(media_port);
 }
@@ -52,34 +39,6 @@ std::string hexadecimal(const std::vector<unsigned char>& bytes) {
 }
 
 }  // namespace
-
-UdpReceiver::UdpReceiver() : m_descriptor(bind_loopback(m_port)) {}
-UdpReceiver::~UdpReceiver() { close(m_descriptor); }
-
-const std::vector<std::string>& UdpReceiver::texts() {
-  char datagram[65536];
-  for (ssize_t size; (size = recv(m_descriptor, datagram, sizeof datagram, 0)) >= 0;) {
-    m_texts.emplace_back(datagram, static_cast<size_t>(size));
-  }
-  return m_texts;
-}
-
-std::string UdpReceiver::wait_for(const std::string& part) {
-  std::string found;
-  eventually([&] {
-    for (const std::string& text : texts()) {
-      if (text.find(part) != text.npos) found = text;
-    }
-    return !found.empty();
-  });
-  return found;
-}
-
-uint16_t free_udp_port() {
-  uint16_t port = 0;
-  close(bind_loopback(port));
-  return port;
-}
 
 std::vector<int16_t> prompt(const std::string& name) {
   for (Recording& recording : english_prompts()) {

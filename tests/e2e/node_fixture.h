@@ -20,33 +20,11 @@
 #include "support/mock_kafka.h"
 #include "support/packet_builder.h"
 #include "support/sandbox.h"
+#include "support/udp_receiver.h"
 
 namespace cv::test {
 
-/// Receives datagrams on a port of its own, without blocking.
-class UdpReceiver {
- public:
-  UdpReceiver();
-  ~UdpReceiver();
-  UdpReceiver(const UdpReceiver&) = delete;
-  UdpReceiver& operator=(const UdpReceiver&) = delete;
-
-  uint16_t port() const { return m_port; }
-  /// Everything received so far, one text a datagram.
-  const std::vector<std::string>& texts();
-  /// Waits until a datagram contains `part`; that datagram, or an empty text after 30 s.
-  std::string wait_for(const std::string& part);
-
- private:
-  int m_descriptor;
-  uint16_t m_port;
-  std::vector<std::string> m_texts;
-};
-
-/// A UDP port that was free a moment ago.
-uint16_t free_udp_port();
-
-/// Silent audio needs no file, speech comes from the recorded prompts.
+/// The samples of a recorded English prompt.
 std::vector<int16_t> prompt(const std::string& name);
 
 class NodeFixture : public testing::Test {

@@ -81,17 +81,7 @@ class DatabaseDispatcherTest : public testing::Test {
     return found;
   }
 
-  /// The log so far, without the tag that every line must have.
-  Texts log_lines() const {
-    const std::string tag = " database_dispatcher DATABASE_DISPATCHER:";
-    Texts lines;
-    for (std::string text : log.texts()) {
-      const auto at = text.find(tag);
-      EXPECT_NE(at, text.npos) << text;
-      lines.push_back(at == text.npos ? text : text.erase(at, tag.size()));
-    }
-    return lines;
-  }
+  Texts log_lines() const { return log.tagged("DATABASE_DISPATCHER: "); }
 
   cv::test::LogCapture log;
   cv::test::FakeClock clock;
@@ -101,12 +91,16 @@ class DatabaseDispatcherTest : public testing::Test {
 };
 
 TEST_F(DatabaseDispatcherTest, BuildsOnceAllSamplesAreInAndSwitchesWithTheNextLookUp) {
+  EXPECT_TRUE(receive(1, {{10, 0}}));
+  EXPECT_TRUE(swaps.empty()) << "a stray sample must not pass for a first database";
   EXPECT_FALSE(get(5));
   EXPECT_EQ(version, 77u) << "untouched before anything was published";
+  log.clear();
 
   EXPECT_EQ(configure(3, {{5, {1, 2}}, {6, {2}}}), std::set<uint32_t>{0});
   EXPECT_TRUE(receive(1, {{10, 0}, {11, 1}}));
   EXPECT_FALSE(get(5));
+  EXPECT_FALSE(receive(2, {{10, 0}}, 0x1AF)) << "and is missed still";
   EXPECT_TRUE(receive(2, {{12, 0}}));
   EXPECT_EQ(swaps, std::vector<bool>{true});
   EXPECT_EQ(indexed(5), "12");
@@ -118,7 +112,7 @@ TEST_F(DatabaseDispatcherTest, BuildsOnceAllSamplesAreInAndSwitchesWithTheNextLo
   EXPECT_EQ(
       log_lines(),
       (Texts{"SYSTEM database container (1) created", "SYSTEM received sample (1) with (2) hash(s)",
-             "SYSTEM received sample (2) with (1) hash(s)",
+             "ERROR sample (2) unknown flags: 1af", "SYSTEM received sample (2) with (1) hash(s)",
              "SYSTEM all samples received, database building started",
              "SYSTEM building database version (3) with 2 configuration(s) and 2 sample(s)",
              "SYSTEM database version (3) successfully built", "SYSTEM database container swapped",
@@ -132,9 +126,7 @@ TEST_F(DatabaseDispatcherTest, AsksOnlyForTheSamplesThatItDoesNotHave) {
   // for its own samples only.
   EXPECT_EQ(configure(2, {{5, {1, 2, 3}}, {6, {4}}}), (std::set<uint32_t>{2, 3, 4}));
   EXPECT_TRUE(swaps.empty());
-  receive(2, {{10, 0}});
-  receive(3, {{10, 0}});
-  receive(4, {{10, 0}});
+  for (const uint32_t id : {2, 3, 4}) receive(id, {{10, 0}});
   EXPECT_EQ(indexed(5) + "|" + indexed(6), "123|4");
 
   const auto before = get(5);
@@ -156,14 +148,9 @@ TEST_F(DatabaseDispatcherTest, AConfigurationWithoutRulesIsBuiltAtOnceAndReplace
   EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
   EXPECT_FALSE(get(5));
   EXPECT_EQ(version, 9u);
-  EXPECT_EQ(log_lines(),
-            (Texts{"SYSTEM database container (1) created",
-                   "SYSTEM new database has no configurations to build",
-                   "SYSTEM database container swapped", "SYSTEM database container (2) created",
-                   "SYSTEM new database has no configurations to build",
-                   "INFO database container (1) wasn't switched; releasing",
-                   "SYSTEM database container (1) destroyed", "SYSTEM database container swapped",
-                   "SYSTEM database switched to (2)"}));
+  EXPECT_TRUE(log.has_containing("new database has no configurations to build"));
+  EXPECT_TRUE(log.has_containing("database container (1) wasn't switched; releasing"));
+  EXPECT_TRUE(log.has_containing("database container (1) destroyed"));
 }
 
 TEST_F(DatabaseDispatcherTest, TheLaterOfTwoPayloadsCountsAndABuiltDatabaseStaysAsItIs) {
@@ -173,15 +160,9 @@ TEST_F(DatabaseDispatcherTest, TheLaterOfTwoPayloadsCountsAndABuiltDatabaseStays
   // Nobody asked for it: it is taken all the same, into a container of its own.
   receive(1, {{20, 0}, {21, 1}});
   const auto second = get(5);
-  EXPECT_NE(first, second);
   EXPECT_EQ(first->entry_count(), 1u);
   EXPECT_EQ(second->entry_count(), 2u);
   EXPECT_EQ(second->entries(10).size(), 0u);
-  EXPECT_TRUE(log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database switched to (2)"));
-  EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
-  // One that no rule looks for changes nothing but the number of payloads.
-  receive(8, {{30, 0}});
-  EXPECT_EQ(indexed(5), "1");
 }
 
 TEST_F(DatabaseDispatcherTest, SamplesThatDoNotComeAreWaitedForFiveSecondsAfterTheLastOne) {
@@ -204,52 +185,20 @@ TEST_F(DatabaseDispatcherTest, SamplesThatDoNotComeAreWaitedForFiveSecondsAfterT
                    "SYSTEM database version (1) built with (1) empty sample(s): 2",
                    "SYSTEM database container swapped"}));
   EXPECT_EQ(swaps, std::vector<bool>{true});
-  EXPECT_EQ(indexed(5), "1");
-  clock.advance_seconds(60);
-  log.clear();
-  dispatcher.on_event_timeout();
-  EXPECT_TRUE(log.texts().empty()) << "a time-out is told once";
-}
-
-TEST_F(DatabaseDispatcherTest, LateSamplesMakeAFreshContainerOnceTheLastIsIn) {
-  configure(1, {{5, {1, 2, 3}}});
-  receive(1, {{10, 0}});
-  clock.advance_seconds(5);
-  dispatcher.on_event_timeout();
   const auto without = get(5);
-  receive(2, {{11, 0}});
+  ASSERT_TRUE(without);
+
+  // Late samples share one fresh container, published once the last is in; no time-out runs for it.
+  log.clear();
+  receive(3, {{12, 0}});
   clock.advance_seconds(60);
   dispatcher.on_event_timeout();
-  EXPECT_EQ(get(5), without) << "one is still missing, and no time-out runs for it";
-  receive(3, {{12, 0}});
-  EXPECT_EQ(indexed(5), "123");
+  EXPECT_EQ(get(5), without);
+  receive(4, {{13, 0}});
+  EXPECT_EQ(indexed(5), "134");
   EXPECT_EQ(without->sample_count(), 1u);
-  EXPECT_TRUE(log.has(cv::log::Level::SYSTEM, "DATABASE_DISPATCHER: database switched to (2)"));
-  EXPECT_EQ(log.count_containing("created"), 2u) << "late samples share one fresh container";
-  EXPECT_EQ(configure(2, {{5, {1, 2, 3}}}), std::set<uint32_t>{}) << "and are there to be reused";
-}
-
-TEST_F(DatabaseDispatcherTest, RefusesUnknownFlagsAndStillMissesTheSample) {
-  configure(1, {{5, {1}}});
-  EXPECT_FALSE(receive(1, {{10, 0}}, 0x1AF));
-  EXPECT_TRUE(log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: sample (1) unknown flags: 1af"));
-  EXPECT_TRUE(swaps.empty());
-  EXPECT_TRUE(receive(1, {{10, 0}}));
-  EXPECT_EQ(indexed(5), "1");
-}
-
-TEST_F(DatabaseDispatcherTest, WithoutAConfigurationThereIsNothingToBuildOrToPublish) {
-  EXPECT_TRUE(receive(1, {{10, 0}}));
-  EXPECT_TRUE(swaps.empty()) << "a stray sample must not pass for a first database";
-  dispatcher.swap_database();
-  EXPECT_TRUE(
-      log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: Cannot swap not build database"));
-  EXPECT_TRUE(swaps.empty());
-  dispatcher.build_database();
-  EXPECT_TRUE(log.has(cv::log::Level::ERROR, "DATABASE_DISPATCHER: database does not exist"));
-  dispatcher.swap_database();
-  EXPECT_EQ(swaps, std::vector<bool>{false});
-  EXPECT_EQ(configure(1, {{5, {1}}}), std::set<uint32_t>{0}) << "it was kept by nobody";
+  EXPECT_EQ(log.count_containing("created"), 1u);
+  EXPECT_EQ(configure(2, {{5, {1, 3, 4}}}), std::set<uint32_t>{}) << "they are there to be reused";
 }
 
 // Every database that the pipeline sees is whole and of one piece, while samples are replaced and

@@ -11,17 +11,11 @@ namespace {
 using cv::rc_ptr;
 using cv::audio::SegmentDetectionOptions;
 using cv::mn::DeadAirConfig;
-using Texts = std::vector<std::string>;
 
-SegmentDetectionOptions options(uint64_t mark) {
+SegmentDetectionOptions options(uint64_t activity_hits) {
   SegmentDetectionOptions made;
-  made.sig_threshold = static_cast<double>(mark);
-  made.activity_hits = mark;
+  made.activity_hits = activity_hits;
   return made;
-}
-
-rc_ptr<DeadAirConfig> make_config(uint64_t version, uint64_t default_mark) {
-  return rc_ptr<DeadAirConfig>(new DeadAirConfig(version, options(default_mark)));
 }
 
 TEST(DeadAirDispatcher, UnknownRulesHaveTheDefaultsAndVersionZero) {
@@ -29,12 +23,10 @@ TEST(DeadAirDispatcher, UnknownRulesHaveTheDefaultsAndVersionZero) {
   DeadAirConfig::counter = 0;
   cv::mn::DeadAirDispatcher dispatcher;
   uint64_t version = 9;
-
-  dispatcher.on_dead_air_config(make_config(0, 5));
-  EXPECT_EQ(dispatcher.get_options(1, version).activity_hits, 5u);
+  EXPECT_EQ(dispatcher.get_options(1, version).dev_threshold, 256.0) << "the detector's own";
   EXPECT_EQ(version, 0u);
 
-  auto config = make_config(7, 6);
+  rc_ptr<DeadAirConfig> config(new DeadAirConfig(7, options(6)));
   config->m_rules.emplace(1, options(50));
   dispatcher.on_dead_air_config(std::move(config));
   EXPECT_EQ(dispatcher.get_options(1, version).activity_hits, 50u);
@@ -43,28 +35,17 @@ TEST(DeadAirDispatcher, UnknownRulesHaveTheDefaultsAndVersionZero) {
   EXPECT_EQ(version, 0u);
 
   // Without rules it still takes the place of the one before; the one in between is never seen.
-  dispatcher.on_dead_air_config(make_config(8, 7));
-  dispatcher.on_dead_air_config(make_config(9, 8));
-  EXPECT_EQ(dispatcher.get_options(1, version).activity_hits, 8u);
+  for (const uint64_t number : {8, 9}) {
+    dispatcher.on_dead_air_config(new DeadAirConfig(number, options(number)));
+  }
+  EXPECT_EQ(dispatcher.get_options(1, version).activity_hits, 9u);
   EXPECT_EQ(version, 0u);
-
-  const std::string tag = "SYSTEM dead_air_dispatcher DEADAIR_DISPATCHER: dead air configuration ";
-  EXPECT_EQ(
-      log.texts(),
-      (Texts{tag + "(1) created", tag + "swapped", tag + "switched to (1)", tag + "(2) created",
-             tag + "swapped", tag + "(1) destroyed", tag + "switched to (2)", tag + "(3) created",
-             tag + "swapped", tag + "(4) created",
-             "INFO dead_air_dispatcher DEADAIR_DISPATCHER: dead air configuration (3) wasn't "
-             "switched; releasing",
-             tag + "(3) destroyed", tag + "swapped", tag + "(2) destroyed",
-             tag + "switched to (4)"}));
-}
-
-TEST(DeadAirDispatcher, BeforeTheFirstConfigurationTheDetectorsOwnDefaultsHold) {
-  cv::mn::DeadAirDispatcher dispatcher;
-  uint64_t version = 9;
-  EXPECT_EQ(dispatcher.get_options(1, version).dev_threshold, 256.0);
-  EXPECT_EQ(version, 0u);
+  EXPECT_EQ(log.tagged("DEADAIR_DISPATCHER: dead air configuration "),
+            (std::vector<std::string>{
+                "SYSTEM (1) created", "SYSTEM swapped", "SYSTEM switched to (1)",
+                "SYSTEM (2) created", "SYSTEM swapped", "SYSTEM (3) created",
+                "INFO (2) wasn't switched; releasing", "SYSTEM (2) destroyed", "SYSTEM swapped",
+                "SYSTEM (1) destroyed", "SYSTEM switched to (3)"}));
 }
 
 }  // namespace

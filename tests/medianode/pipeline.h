@@ -4,22 +4,14 @@
 #include <span>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "audio/audio_fingerprint.h"
-#include "medianode/audio_activity.h"
-#include "medianode/audio_detector.h"
-#include "medianode/media_manager.h"
-#include "medianode/spectrum_generator.h"
+#include "medianode/media_pipeline.h"
 #include "support/fake_clock.h"
 #include "support/packet_builder.h"
 
 namespace cv::test {
-
-using Manager = mn::MediaManager<std::tuple<mn::AudioDetectorSessionHandler>,
-                                 std::tuple<mn::SpectrumGeneratorState, mn::AudioActivityHandler,
-                                            mn::AudioDetectorStreamHandler>>;
 
 /// Keeps what it is given; unlike the real one it may be read by the pushing thread.
 class KeptReports : public mn::ReportManager {
@@ -56,31 +48,19 @@ struct KnownSample {
 
 /// Reports is a report manager that can be made from a configuration.
 template <typename Reports>
-class PipelineWith {
- public:
+struct PipelineWith {
   explicit PipelineWith(
       rc_ptr<mn::Configuration> settings = rc_ptr<mn::Configuration>(new mn::Configuration))
-      : configuration(std::move(settings)) {
-    dead_air.on_dead_air_config(
-        rc_ptr<mn::DeadAirConfig>(new mn::DeadAirConfig(0, audio::SegmentDetectionOptions())));
-    manager.add_stream_packet_listener(&spectra);
-    manager.add_session_listener(&detector);
-    manager.add_session_listener(&activity);
-    manager.add_stream_creation_listener(&detector);
-    manager.add_stream_creation_listener(&activity);
-    spectra.add_listener(&detector);
-    spectra.add_listener(&activity);
-  }
+      : configuration(std::move(settings)) {}
 
   /// Builds and publishes a database in which one rule looks for these samples.
-  void publish(uint64_t version, uint64_t rule, const std::vector<KnownSample>& samples,
-               double threshold = 4.5) {
+  void publish(uint64_t version, uint64_t rule, const std::vector<KnownSample>& samples) {
     mn::SampleConfig config(version);
     for (const KnownSample& sample : samples) {
       rc_ptr<audio::SampleMetadata> metadata(new audio::SampleMetadata);
       metadata->id = sample.id;
       metadata->name = sample.name;
-      metadata->threshold = threshold;
+      metadata->threshold = 4.5;
       metadata->event_object = "{}";
       config.add(rule, metadata);
     }
@@ -94,7 +74,7 @@ class PipelineWith {
     }
   }
 
-  void send(const media::Datagram& datagram) { deliver(manager, datagram); }
+  void send(const media::Datagram& datagram) { deliver(media.manager(), datagram); }
 
   /// Sends audio of one side in packets of so many samples; `seq` counts on.
   void play(const CallPackets& call, uint16_t side, std::span<const int16_t> samples, uint32_t& seq,
@@ -111,11 +91,8 @@ class PipelineWith {
   mn::DatabaseDispatcher database{clock};
   mn::DeadAirDispatcher dead_air;
   Reports reports{configuration};
-  mn::SpectrumGenerator<Manager> spectra;
-  mn::AudioDetector<Manager> detector{configuration, database, reports};
-  mn::AudioActivityDetector<Manager> activity{dead_air, reports};
   media::StreamManagerStatistic statistic;
-  Manager manager{statistic, clock};
+  mn::MediaPipeline media{configuration, database, dead_air, reports, statistic, clock};
 };
 
 using Pipeline = PipelineWith<KeptReports>;

@@ -1,6 +1,5 @@
 #include "medianode/pipeline.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -8,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "medianode/udp_receiver.h"
 #include "support/log_capture.h"
 #include "support/recordings.h"
+#include "support/udp_receiver.h"
 
 namespace {
 
@@ -79,17 +78,7 @@ std::string member(const std::string& text, const std::string& name) {
   return text.substr(value, text.find_first_of(",}", value) - value);
 }
 
-/// The lines of one module, without the tag and the call that every one of them must name.
-Texts lines_of(const cv::test::LogCapture& log, const std::string& module, const std::string& tag) {
-  const std::string start = tag + ": 00112233-4455-6677-8899-aabbccddee01: ";
-  Texts texts;
-  for (const auto& line : log.lines()) {
-    if (line.module != module) continue;
-    EXPECT_TRUE(line.text.starts_with(start)) << line.text;
-    texts.push_back(line.text.substr(std::min(start.size(), line.text.size())));
-  }
-  return texts;
-}
+const std::string uuid = "00112233-4455-6677-8899-aabbccddee01";
 
 /// Plays a script to a call: features of its START and then of updates (two hexadecimal digits), a
 /// side that plays half a second of tone ("0") or five frames of it ("0s"), a database of one sample
@@ -140,7 +129,6 @@ TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
 TEST(Pipeline, TheConfiguredDriftReachesTheDetectors) {
   std::vector<Texts> by_drift;
   for (const char* drift : {"0", "3"}) {
-    // The second stretch is matched after a restart, which sets the detectors up anew.
     Pipeline pipeline(settings("audio_detection_drift", drift));
     pipeline.publish(3, rule, known_prompts());
     const CallPackets call;
@@ -149,13 +137,8 @@ TEST(Pipeline, TheConfiguredDriftReachesTheDetectors) {
     pipeline.play(call, 0, silence(77), seq);
     pipeline.play(call, 0, prompts()[7].samples, seq);
     by_drift.push_back(pipeline.reports.texts());
-    pipeline.send(call.feature_update(0));
-    pipeline.send(call.feature_update(sample_detection));
-    pipeline.play(call, 0, prompts()[7].samples, seq);
-    by_drift.push_back(pipeline.reports.texts());
   }
-  EXPECT_NE(by_drift[0], by_drift[2]);
-  EXPECT_NE(by_drift[1], by_drift[3]);
+  EXPECT_NE(by_drift[0], by_drift[1]);
 }
 
 TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
@@ -164,6 +147,8 @@ TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
     bool timed_out;
     std::size_t reports;
   } const table[] = {{"false", false, 0}, {"true", false, 1}, {"true", true, 1}};
+  auto renamed = known_prompts();
+  for (KnownSample& sample : renamed) sample.name += " renamed";
   for (const auto& row : table) {
     Pipeline pipeline(settings("report_on_call_termination", row.on_termination));
     pipeline.publish(3, rule, known_prompts());
@@ -173,88 +158,92 @@ TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
     uint32_t seq = 0;
     pipeline.play(call, 0, prompts()[2].samples, seq);
     EXPECT_FALSE(pipeline.reports.texts().empty()) << "told at once in either case";
+    // Off and on again: the votes start anew, with the newest database.
+    pipeline.publish(4, rule, renamed);
+    pipeline.send(call.feature_update(0));
+    pipeline.play(call, 0, prompts()[3].samples, seq);
+    pipeline.send(call.feature_update(sample_detection));
+    pipeline.play(call, 0, prompts()[4].samples, seq);
+    EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "4");
     if (row.timed_out) {
       pipeline.clock.advance_seconds(301);
-      while (pipeline.manager.on_packet_idle()) {
+      while (pipeline.media.manager().on_packet_idle()) {
       }
     } else {
       pipeline.send(quiet.terminate());
       pipeline.send(call.terminate());
     }
-    EXPECT_EQ(pipeline.statistic.sessions.get(), 0u);
     const Texts texts = pipeline.reports.texts();
     ASSERT_EQ(texts.size(), 2 * row.reports);
     if (texts.empty()) continue;
     EXPECT_EQ(texts[0], "") << "a call in which nothing was recognised";
     EXPECT_EQ(member(texts[1], "type"), "\"corvanth_sample_match\"");
-    EXPECT_EQ(member(texts[1], "sample_name"), "\"" + prompts()[2].name + "\"");
+    EXPECT_EQ(member(texts[1], "sample_name"), "\"" + renamed[4].name + "\"");
+    for (const int before : {2, 3}) {
+      EXPECT_EQ(texts[1].find(prompts()[before].name), texts[1].npos) << "votes before the restart";
+    }
     EXPECT_NE(texts[1].find("\"terminator_match\": []"), texts[1].npos);
   }
 }
 
+TEST(Pipeline, TakesOnTheCallsThatAnAnalysisIsOnFor) {
+  for (int features = 0; features < 256; ++features) {
+    cv::test::LogCapture log;
+    Pipeline pipeline;
+    pipeline.send(CallPackets().start(start_fields(static_cast<uint8_t>(features))));
+    const bool wanted = (features & 0x3C) != 0;
+    EXPECT_EQ(pipeline.statistic.zombies.get(), wanted ? 0u : 1u) << features;
+    EXPECT_EQ(log.tagged("MEDIA_MANAGER: " + uuid + ": "),
+              wanted ? Texts{} : Texts{"WARNING media analyzing is off for the session"});
+  }
+}
+
+TEST(Pipeline, FollowsTheFeatureUpdatesOfARunningCall) {
+  cv::test::LogCapture log;
+  Pipeline pipeline;
+  const CallPackets call;
+  auto flagged_command = call.control(1);
+  flagged_command[7] = 0x80;
+  for (const auto& packet :
+       {call.start(start_fields(0x3C)), call.feature_update(0x14), call.feature_update(0x14),
+        flagged_command, call.control(0), call.feature_update(0), call.feature_update(0xFF)}) {
+    pipeline.send(packet);
+  }
+  EXPECT_EQ(log.tagged("MEDIA_SESSION: feature update: "),
+            (Texts{"SYSTEM old = --SSAA, new = ---S-A", "SYSTEM old = ---S-A, new = ---S-A",
+                   "SYSTEM old = ---S-A, new = ------", "SYSTEM old = ------, new = RRSSAA"}));
+}
+
 TEST(Pipeline, SampleDetectionFollowsTheCallsFeatures) {
-  const std::string unknown = "ignored due to unknown rule id [5]";
-  const std::string no_hashes = "ignored due to absence of hash data (rule id: 5)";
+  const std::string unknown = "ERROR ignored due to unknown rule id [5]";
+  const std::string no_hashes = "ERROR ignored due to absence of hash data (rule id: 5)";
   struct {
     const char* on_termination;
     std::vector<std::string> steps;
     Texts expected;
   } const table[] = {
-      {"false", {"v4", "30"}, {"started (rt v: 4)"}},
-      {"true", {"v4", "10"}, {"started (fm v: 4)"}},
-      {"false", {"v4", "20", "34", "10", "30"}, {"started (rt v: 4)"}},
-      {"false", {"v4", "0c", "0c", "04"}, {"inactive"}},
-      {"false", {"v4", "0c", "3c", "0c", "0c"}, {"inactive", "started (rt v: 4)", "stopped"}},
-      {"false", {"30", "30", "v4", "30"}, {unknown, unknown, "started (rt v: 4)"}},
-      {"false", {"e3", "30", "v4", "30"}, {no_hashes, "started (rt v: 4)"}},
+      {"false", {"v4", "30"}, {"SYSTEM started (rt v: 4)"}},
+      {"true", {"v4", "10"}, {"SYSTEM started (fm v: 4)"}},
+      {"false", {"v4", "20", "34", "10", "30"}, {"SYSTEM started (rt v: 4)"}},
+      {"false",
+       {"v4", "0c", "3c", "0c", "0c"},
+       {"SYSTEM inactive", "SYSTEM started (rt v: 4)", "SYSTEM stopped"}},
+      {"false", {"30", "30", "v4", "30"}, {unknown, unknown, "SYSTEM started (rt v: 4)"}},
+      {"false", {"e3", "30", "v4", "30"}, {no_hashes, "SYSTEM started (rt v: 4)"}},
       {"false", {"30", "0c", "30"}, {unknown, unknown}},
       {"false",
        {"v4", "30", "v9", "30", "0c", "30"},
-       {"started (rt v: 4)", "stopped", "started (rt v: 9)"}},
+       {"SYSTEM started (rt v: 4)", "SYSTEM stopped", "SYSTEM started (rt v: 9)"}},
   };
   for (const auto& row : table) {
     cv::test::LogCapture log;
     Pipeline pipeline(settings("report_on_call_termination", row.on_termination));
     play_steps(pipeline, row.steps);
-    EXPECT_EQ(lines_of(log, "audio_detector", "AUDIO_DETECTOR"), row.expected);
+    EXPECT_EQ(log.tagged("AUDIO_DETECTOR: " + uuid + ": "), row.expected);
   }
 }
 
-TEST(Pipeline, SwitchingSampleDetectionOffAndOnStartsWithFreshVotesAndTheNewestDatabase) {
-  Pipeline pipeline(settings("report_on_call_termination", "true"));
-  pipeline.publish(3, rule, known_prompts());
-  const CallPackets call, other(2);
-  pipeline.send(call.start(start_fields(sample_detection)));
-  uint32_t seq = 0;
-  pipeline.play(call, 0, prompts()[2].samples, seq);
-  const std::size_t first = pipeline.reports.texts().size();
-  EXPECT_GE(first, 1u);
-
-  // A new database is for those who ask from now on.
-  pipeline.publish(4, rule, known_prompts());
-  pipeline.send(other.start(start_fields(sample_detection)));
-  uint32_t other_seq = 0;
-  pipeline.play(other, 0, prompts()[1].samples, other_seq);
-  EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "4");
-  pipeline.play(call, 0, prompts()[1].samples, seq);
-  EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "3");
-
-  pipeline.send(call.feature_update(both_activities & 0x04));
-  pipeline.play(call, 0, prompts()[3].samples, seq);
-  EXPECT_TRUE(pipeline.reports.texts().size() <= 1) << "at most the activity just switched on";
-  pipeline.send(call.feature_update(sample_detection));
-  pipeline.play(call, 0, prompts()[4].samples, seq);
-  const Texts texts = pipeline.reports.texts();
-  ASSERT_FALSE(texts.empty());
-  EXPECT_EQ(member(texts[0], "version"), "4");
-  pipeline.send(call.terminate());
-  const std::string summary = pipeline.reports.texts().at(0);
-  EXPECT_NE(summary.find(prompts()[4].name), summary.npos);
-  EXPECT_EQ(summary.find(prompts()[2].name), summary.npos) << "votes from before the break";
-}
-
 TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
-  cv::test::LogCapture log;
   Pipeline pipeline;
   const CallPackets call;
   pipeline.send(call.start(start_fields(both_activities)));
@@ -271,11 +260,6 @@ TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   EXPECT_EQ(member(texts[0], "type"), "\"audio_activity\"");
   EXPECT_EQ(member(texts[0], "call_side"), "\"terminator\"");
   EXPECT_EQ(member(texts[0], "offset_ms"), "1.584");
-  const std::string options =
-      " started, options: version = 0, sig_threshold = 1, pow_threshold = 0.75, dev_threshold = "
-      "256, activity_hits = 5, silence_hits = 2";
-  EXPECT_EQ(lines_of(log, "audio_activity", "AUDIO_ACTIVITY"),
-            (Texts{"terminator" + options, "originator" + options}));
 }
 
 TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
@@ -290,19 +274,24 @@ TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
     Texts expected;
     std::size_t reports;
   } const table[] = {
-      {{"04", "0", "1"}, {"originator" + options, "terminator inactive"}, 1},
-      {{"04", "0s"}, {"originator" + options}, 0},
-      {{"0c", "0", "0", "1", "1"}, {"originator" + options, "terminator" + options}, 2},
-      {{"30", "0", "34", "0"},
-       {"originator inactive", "originator" + options, "terminator" + later},
-       1},
-      {{"0c", "0c", "1"}, {"originator" + later, "terminator" + later, "terminator" + options}, 1},
-      {{"0c", "1", "04", "1", "0c", "1"},
-       {"terminator" + options, "originator" + later, "terminator stopped", "originator" + later,
-        "terminator" + options},
+      {{"04", "0", "1"}, {"SYSTEM originator" + options, "SYSTEM terminator inactive"}, 1},
+      // The rule's nine hits, not the default five.
+      {{"04", "0s"}, {"SYSTEM originator" + options}, 0},
+      {{"0c", "0", "0", "1", "1"},
+       {"SYSTEM originator" + options, "SYSTEM terminator" + options},
        2},
-      {{"08", "1", "08", "1"}, {"terminator" + options, "originator" + later}, 1},
-      {{"30", "1", "30", "1"}, {"terminator inactive", "originator" + later}, 0},
+      {{"30", "0", "34", "0"},
+       {"SYSTEM originator inactive", "SYSTEM originator" + options, "DEBUG terminator" + later},
+       1},
+      {{"0c", "0c", "1"},
+       {"DEBUG originator" + later, "DEBUG terminator" + later, "SYSTEM terminator" + options},
+       1},
+      {{"0c", "1", "04", "1", "0c", "1"},
+       {"SYSTEM terminator" + options, "DEBUG originator" + later, "SYSTEM terminator stopped",
+        "DEBUG originator" + later, "SYSTEM terminator" + options},
+       2},
+      {{"08", "1", "08", "1"}, {"SYSTEM terminator" + options, "DEBUG originator" + later}, 1},
+      {{"30", "1", "30", "1"}, {"SYSTEM terminator inactive", "DEBUG originator" + later}, 0},
   };
   cv::audio::SegmentDetectionOptions of_rule;
   of_rule.sig_threshold = 1.5;
@@ -315,7 +304,7 @@ TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
     config->m_rules.emplace(rule, of_rule);
     pipeline.dead_air.on_dead_air_config(config);
     play_steps(pipeline, row.steps);
-    EXPECT_EQ(lines_of(log, "audio_activity", "AUDIO_ACTIVITY"), row.expected);
+    EXPECT_EQ(log.tagged("AUDIO_ACTIVITY: " + uuid + ": "), row.expected);
     EXPECT_EQ(pipeline.reports.texts().size(), row.reports);
   }
 }
@@ -343,7 +332,7 @@ TEST(Pipeline, SendsTheReportsOfManyCallsWhileOthersGoOn) {
   ASSERT_EQ(pipeline.reports.stop(), 0);
 
   std::size_t summaries = 0, detections = 0, activities = 0;
-  for (const std::string& text : receiver.received()) {
+  for (const std::string& text : receiver.texts()) {
     const std::string type = member(text, "type");
     summaries += type == "\"corvanth_sample_match\"";
     detections += type == "\"corvanth_detection\"";

@@ -1,10 +1,9 @@
 #include "messaging/messaging_message_broker.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <memory>
 #include <mutex>
+#include <optional>
 
 #include "support/eventually.h"
 #include "support/log_capture.h"
@@ -15,31 +14,15 @@ namespace {
 using cv::log::Level;
 using cv::messaging::MessageBroker;
 using cv::messaging::MessageBrokerSettings;
+using cv::test::compressed;
+using cv::test::decompressed;
 using cv::test::eventually;
 using cv::test::LogCapture;
 using cv::test::MockKafka;
-using Buffer = std::unique_ptr<unsigned char, decltype(&std::free)>;
+using Texts = std::vector<std::string>;
 
 // A port that nothing listens on.
 const char* const nobody = "127.0.0.1:1";
-
-std::string compressed(const std::string& plain) {
-  size_t size = plain.size();
-  const Buffer body(
-      MessageBroker::compress(reinterpret_cast<const unsigned char*>(plain.data()), size),
-      &std::free);
-  return std::string(reinterpret_cast<const char*>(body.get()), size);
-}
-
-/// The plain text, or "(null)".
-std::string decompressed(const std::string& body) {
-  size_t size = body.size();
-  const Buffer plain(
-      MessageBroker::decompress(reinterpret_cast<const unsigned char*>(body.data()), size),
-      &std::free);
-  if (plain == nullptr) return "(null)";
-  return std::string(reinterpret_cast<const char*>(plain.get()), size);
-}
 
 void send(MessageBroker& broker, const std::string& topic, const std::string& body) {
   broker.send(topic, reinterpret_cast<const unsigned char*>(body.data()), body.size());
@@ -70,11 +53,17 @@ struct Received {
   std::atomic<int> timeouts{0};
 };
 
-TEST(MessageBody, GivesBackWhatWasCompressed) {
-  for (const std::string& plain :
-       {std::string(), std::string(1, '\0'), std::string("{\"type\":\"x\"}"),
-        std::string("\0\xff\x80 bytes", 9), std::string(60, 'a')}) {
+TEST(MessageBody, GivesBackWhatWasCompressedAndRefusesTheRest) {
+  for (const std::string& plain : {std::string(), std::string(1, '\0'), std::string(60, 'a')}) {
     EXPECT_EQ(decompressed(compressed(plain)), plain);
+  }
+  const std::string whole = compressed("0123456789 0123456789");
+  for (const std::string& body :
+       {std::string(), std::string("plain text"), whole.substr(0, whole.size() - 3),
+        std::string(whole).replace(whole.size() - 1, 1, "\x7f")}) {
+    LogCapture log;
+    EXPECT_EQ(decompressed(body), std::nullopt);
+    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: message decompressing error ("), 1u);
   }
 }
 
@@ -90,25 +79,14 @@ TEST(MessageBody, InflatesToTenTimesItsSizeAndNoFurther) {
   ASSERT_GT(limit, 0u);
   LogCapture log;
   EXPECT_EQ(decompressed(compressed(std::string(limit, '\0'))), std::string(limit, '\0'));
-  EXPECT_TRUE(log.lines().empty());
-  EXPECT_EQ(decompressed(compressed(std::string(limit + 1, '\0'))), "(null)");
-  EXPECT_EQ(log.texts(), (std::vector<std::string>{"ERROR messaging_message_broker MESSAGE_BROKER: "
-                                                   "message decompressing error (-5)"}));
-}
-
-TEST(MessageBody, RefusesWhatIsNoStream) {
-  const std::string whole = compressed("0123456789 0123456789");
-  for (const std::string& body :
-       {std::string(), std::string("plain text"), whole.substr(0, whole.size() - 3),
-        std::string(whole).replace(whole.size() - 1, 1, "\x7f")}) {
-    LogCapture log;
-    EXPECT_EQ(decompressed(body), "(null)");
-    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: message decompressing error ("), 1u);
-  }
+  EXPECT_EQ(decompressed(compressed(std::string(limit + 1, '\0'))), std::nullopt);
+  EXPECT_EQ(log.texts(), (Texts{"ERROR messaging_message_broker MESSAGE_BROKER: message "
+                                "decompressing error (-5)"}));
 }
 
 struct FakeEvent : RdKafka::Event {
-  FakeEvent(Type event_type, bool is_fatal = false) : m_type(event_type), m_fatal(is_fatal) {}
+  explicit FakeEvent(Type event_type, bool is_fatal = false)
+      : m_type(event_type), m_fatal(is_fatal) {}
   Type type() const override { return m_type; }
   RdKafka::ErrorCode err() const override { return RdKafka::ERR__TRANSPORT; }
   Severity severity() const override { return EVENT_SEVERITY_ERROR; }
@@ -124,27 +102,17 @@ struct FakeEvent : RdKafka::Event {
 
 TEST(MessageBroker, LogsTheLibrarysEvents) {
   using Event = RdKafka::Event;
-  const std::string transport = RdKafka::err2str(RdKafka::ERR__TRANSPORT);
-  const std::string head = "MESSAGE_BROKER: ";
-  struct Case {
-    FakeEvent event;
-    Level level;
-    std::string line;
-  };
-  const Case cases[] = {
-      {{Event::EVENT_ERROR}, Level::ERROR, head + " error (" + transport + "): text"},
-      {{Event::EVENT_ERROR, true}, Level::ERROR, head + "FATAL error (" + transport + "): text"},
-      {{Event::EVENT_STATS}, Level::ERROR, head + "STAT: text"},
-      {{Event::EVENT_LOG}, Level::INFO, head + "LOG-3-FAIL: text"},
-      {{Event::EVENT_THROTTLE}, Level::INFO, head + "THROTTLED: 7ms by one(id: 3)"},
-  };
+  LogCapture log;
   MessageBroker broker(Received().settings(nobody, {}));
-  for (const Case& c : cases) {
-    LogCapture log;
-    FakeEvent event = c.event;
+  for (FakeEvent event : {FakeEvent(Event::EVENT_ERROR), FakeEvent(Event::EVENT_ERROR, true),
+                          FakeEvent(Event::EVENT_LOG), FakeEvent(Event::EVENT_THROTTLE)}) {
     broker.event_cb(event);
-    EXPECT_TRUE(log.has(c.level, c.line)) << c.line;
   }
+  const std::string transport = RdKafka::err2str(RdKafka::ERR__TRANSPORT);
+  EXPECT_EQ(log.tagged("MESSAGE_BROKER: "),
+            (Texts{"ERROR  error (" + transport + "): text",
+                   "ERROR FATAL error (" + transport + "): text", "INFO LOG-3-FAIL: text",
+                   "INFO THROTTLED: 7ms by one(id: 3)"}));
 }
 
 TEST(MessageBroker, SendsAndReceivesOverACluster) {
@@ -170,14 +138,14 @@ TEST(MessageBroker, SendsAndReceivesOverACluster) {
     send(broker, "own", "second");
     send(broker, "other", "elsewhere");
     EXPECT_TRUE(eventually([&] { return received.all().size() >= 2; }));
-    EXPECT_EQ(received.all(), (std::vector<std::string>{"first", "second"}));
+    EXPECT_EQ(received.all(), (Texts{"first", "second"}));
     EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: message decompressing error (-3)"));
     EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: message decompressing error (-5)"));
     EXPECT_TRUE(log.has(Level::INFO, "MESSAGE_BROKER: message delivered to own[0] at offset (4)"));
     EXPECT_TRUE(eventually([&] { return log.has_containing("EOF reached for partition [0]"); }));
     const int before = received.timeouts;
     EXPECT_TRUE(eventually([&] { return received.timeouts > before; }));
-    EXPECT_EQ(kafka.consume("other", 1), (std::vector<std::string>{compressed("elsewhere")}));
+    EXPECT_EQ(kafka.consume("other", 1), (Texts{compressed("elsewhere")}));
 
     constexpr int16_t produce_request = 0;
     kafka.push_errors(produce_request, {RD_KAFKA_RESP_ERR_MSG_SIZE_TOO_LARGE});
@@ -257,29 +225,22 @@ TEST(MessageBroker, LivesWithoutAClusterAndSaysSo) {
   EXPECT_TRUE(received.all().empty());
 }
 
-TEST(MessageBroker, EndsItsConsumerWhenItCannotBeCreated) {
-  LogCapture log;
-  Received received;
-  {
+TEST(MessageBroker, LetsItsOwnerGoOnWhenItCannotStartOrIsInterrupted) {
+  for (const bool interrupted : {false, true}) {
+    LogCapture log;
+    Received received;
     MessageBrokerSettings settings = received.settings(nobody, {"own"});
-    settings.group_id.clear();
-    MessageBroker broker(std::move(settings));
-    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: failed to create consumer: "), 1u);
-    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"));
+    if (interrupted) {
+      settings.interrupted = [] { return true; };
+    } else {
+      settings.group_id.clear();
+    }
+    { const MessageBroker broker(std::move(settings)); }
+    EXPECT_EQ(log.has_containing("MESSAGE_BROKER: failed to create consumer: "), !interrupted);
+    EXPECT_EQ(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"), !interrupted);
+    EXPECT_FALSE(log.has_containing("subscribed for"));
     EXPECT_TRUE(log.has_containing("] stopped"));
   }
-  EXPECT_EQ(received.timeouts, 0);
-}
-
-TEST(MessageBroker, GivesUpItsFirstWaitWhenInterrupted) {
-  LogCapture log;
-  Received received;
-  MessageBrokerSettings settings = received.settings(nobody, {"own"});
-  settings.interrupted = [] { return true; };
-  { const MessageBroker broker(std::move(settings)); }
-  EXPECT_FALSE(log.has_containing("consumer startup failed"));
-  EXPECT_FALSE(log.has_containing("subscribed for"));
-  EXPECT_TRUE(log.has_containing("] stopped"));
 }
 
 }  // namespace

@@ -31,11 +31,24 @@ std::vector<LogLine> LogCapture::lines() const {
   return m_lines;
 }
 
+static std::string level_name(const LogLine& line) {
+  return log::level_to_string[static_cast<std::size_t>(line.level)];
+}
+
 std::vector<std::string> LogCapture::texts() const {
   std::vector<std::string> texts;
   for (const LogLine& line : lines()) {
-    texts.push_back(std::string(log::level_to_string[static_cast<std::size_t>(line.level)]) + " " +
-                    line.module + " " + line.text);
+    texts.push_back(level_name(line) + " " + line.module + " " + line.text);
+  }
+  return texts;
+}
+
+std::vector<std::string> LogCapture::tagged(const std::string& tag) const {
+  std::vector<std::string> texts;
+  for (const LogLine& line : lines()) {
+    if (line.text.starts_with(tag)) {
+      texts.push_back(level_name(line) + " " + line.text.substr(tag.size()));
+    }
   }
   return texts;
 }

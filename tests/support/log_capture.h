@@ -29,6 +29,8 @@ class LogCapture {
   std::vector<LogLine> lines() const;
   /// Each line as "LEVEL module text".
   std::vector<std::string> texts() const;
+  /// The lines that begin with `tag`, each as "LEVEL rest".
+  std::vector<std::string> tagged(const std::string& tag) const;
   /// Whether a line of this level has exactly this text.
   bool has(log::Level level, const std::string& text) const;
   bool has_containing(const std::string& part) const;

@@ -9,10 +9,16 @@
 #include <librdkafka/rdkafka.h>
 #include <librdkafka/rdkafka_mock.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace cv::test {
+
+/// A zlib stream of these bytes, as the broker under test makes it.
+std::string compressed(const std::string& plain);
+/// What the broker under test makes of a body: its content, or nothing when it refuses it.
+std::optional<std::string> decompressed(const std::string& body);
 
 /// A JSON event as it travels: kind byte and text, as a zlib stream.
 std::string pack_event(const std::string& json);
@@ -38,8 +44,6 @@ class MockKafka {
   void set_topic_error(const std::string& topic, rd_kafka_resp_err_t error);
   /// The next requests with this key of the Kafka protocol are answered with these errors.
   void push_errors(int16_t api_key, const std::vector<rd_kafka_resp_err_t>& errors);
-  void set_down();
-  void set_up();
 
  private:
   using Handle = std::unique_ptr<rd_kafka_t, decltype(&rd_kafka_destroy)>;

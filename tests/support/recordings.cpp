@@ -1,10 +1,9 @@
 #include "support/recordings.h"
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <memory>
+#include <sndfile.h>
 #include <stdexcept>
 
 namespace cv::test {
@@ -13,43 +12,18 @@ namespace {
 
 const std::filesystem::path prompts_folder = "/usr/share/asterisk/sounds";
 
-template <typename T>
-T value_at(const std::string& bytes, std::size_t position) {
-  if (position + sizeof(T) > bytes.size()) throw std::runtime_error("WAV file is cut short");
-  T value;
-  std::memcpy(&value, bytes.data() + position, sizeof value);
-  return value;
-}
-
-void check_format(const std::string& bytes, std::size_t chunk, const std::string& path) {
-  const bool plain = value_at<uint16_t>(bytes, chunk) == 1 &&      // PCM
-                     value_at<uint16_t>(bytes, chunk + 2) == 1 &&  // one channel
-                     value_at<uint32_t>(bytes, chunk + 4) == 8000 &&
-                     value_at<uint16_t>(bytes, chunk + 14) == 16;
-  if (!plain) throw std::runtime_error(path + ": not 8 kHz, mono, 16 bits");
-}
-
-}  // namespace
-
-std::vector<int16_t> read_wav(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  if (bytes.compare(0, 4, "RIFF") != 0) throw std::runtime_error(path + ": not a WAV file");
-  for (std::size_t chunk = 12; chunk + 8 <= bytes.size();) {
-    const std::size_t size = value_at<uint32_t>(bytes, chunk + 4);
-    const std::size_t content = chunk + 8;
-    if (bytes.compare(chunk, 4, "fmt ") == 0) check_format(bytes, content, path);
-    if (bytes.compare(chunk, 4, "data") == 0) {
-      std::vector<int16_t> samples(std::min(size, bytes.size() - content) / 2);
-      std::memcpy(samples.data(), bytes.data() + content, samples.size() * 2);
-      return samples;
-    }
-    chunk = content + size + size % 2;
+std::vector<int16_t> read_prompt(const std::string& path) {
+  SF_INFO info{};
+  const std::unique_ptr<SNDFILE, decltype(&sf_close)> file(sf_open(path.c_str(), SFM_READ, &info),
+                                                           &sf_close);
+  if (file == nullptr) throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+  if (info.samplerate != 8000 || info.channels != 1) {
+    throw std::runtime_error(path + ": not 8 kHz, mono");
   }
-  throw std::runtime_error(path + ": no audio");
+  std::vector<int16_t> samples(static_cast<std::size_t>(info.frames));
+  samples.resize(static_cast<std::size_t>(sf_read_short(file.get(), samples.data(), info.frames)));
+  return samples;
 }
-
-namespace {
 
 std::vector<Recording> prompts_in(const std::filesystem::path& folder, const std::string& package,
                                   std::size_t least_samples) {
@@ -60,7 +34,7 @@ std::vector<Recording> prompts_in(const std::filesystem::path& folder, const std
   for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {
     if (file.path().extension() != ".wav") continue;
     Recording prompt{file.path().lexically_relative(folder).replace_extension().string(),
-                     read_wav(file.path().string())};
+                     read_prompt(file.path().string())};
     if (prompt.samples.size() >= least_samples) prompts.push_back(std::move(prompt));
   }
   std::sort(prompts.begin(), prompts.end(),

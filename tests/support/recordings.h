@@ -14,9 +14,6 @@ struct Recording {
   std::vector<int16_t> samples;
 };
 
-/// The samples of a WAV file; throws std::runtime_error when it has another format.
-std::vector<int16_t> read_wav(const std::string& path);
-
 /// All prompts that have at least `least_samples`, by name; throws std::runtime_error when the package
 /// is not installed.
 std::vector<Recording> english_prompts(std::size_t least_samples = 0);

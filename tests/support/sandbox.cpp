@@ -17,12 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string read_whole(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 int bind_unix_datagram(const std::string& path) {
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
@@ -45,21 +39,18 @@ bool write_small(const char* path, const char* text, size_t size) {
 }  // namespace
 
 Sandbox::Sandbox() {
-  std::string name = (fs::temp_directory_path() / "corvanth-test-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("sandbox: no temporary folder");
-  m_path = name;
   for (const char* folder : {"dev", "etc/tarnwell/corvanth", "varlog", "files"}) {
-    fs::create_directories(m_path + "/" + folder);
+    fs::create_directories(m_folder / folder);
   }
   for (const char* device : {"null", "zero", "full", "random", "urandom"}) {
-    std::ofstream(m_path + "/dev/" + device).close();
-    m_mounts.push_back({std::string("/dev/") + device, m_path + "/dev/" + device});
+    const std::string place = m_folder.write(std::string("dev/") + device, "");
+    m_mounts.push_back({std::string("/dev/") + device, place});
   }
-  m_syslog_socket = bind_unix_datagram(m_path + "/dev/log");
+  m_syslog_socket = bind_unix_datagram(m_folder / "dev/log");
   m_collector = std::thread([this] { collect_syslog(); });
-  m_mounts.push_back({m_path + "/dev", "/dev"});
-  m_mounts.push_back({m_path + "/etc", "/etc"});
-  m_mounts.push_back({m_path + "/varlog", "/var/log"});
+  m_mounts.push_back({m_folder / "dev", "/dev"});
+  m_mounts.push_back({m_folder / "etc", "/etc"});
+  m_mounts.push_back({m_folder / "varlog", "/var/log"});
 }
 
 Sandbox::~Sandbox() {
@@ -67,26 +58,20 @@ Sandbox::~Sandbox() {
   shutdown(m_syslog_socket, SHUT_RDWR);
   m_collector.join();
   close(m_syslog_socket);
-  std::error_code ignored;
-  fs::remove_all(m_path, ignored);
 }
 
 std::string Sandbox::write_file(const std::string& name, const std::string& content) const {
-  const std::string file = m_path + "/files/" + name;
-  std::ofstream(file) << content;
-  return file;
+  return m_folder.write("files/" + name, content);
 }
 
 std::string Sandbox::read_file(const std::string& name) const {
-  return read_whole(m_path + "/files/" + name);
+  std::ostringstream text;
+  text << std::ifstream(m_folder / ("files/" + name)).rdbuf();
+  return text.str();
 }
 
 void Sandbox::write_etc(const std::string& name, const std::string& content) const {
-  std::ofstream(m_path + "/etc/tarnwell/corvanth/" + name) << content;
-}
-
-std::string Sandbox::read_var_log(const std::string& name) const {
-  return read_whole(m_path + "/varlog/tarnwell/corvanth/" + name);
+  m_folder.write("etc/tarnwell/corvanth/" + name, content);
 }
 
 std::string Sandbox::syslog() const {

@@ -8,9 +8,11 @@
 #include <thread>
 #include <vector>
 
+#include "support/temporary_folder.h"
+
 namespace cv::test {
 
-/// Owns a temporary folder and the socket that the children's syslog() calls arrive at.
+/// Owns a folder and the socket that the children's syslog() calls arrive at.
 class Sandbox {
  public:
   Sandbox();
@@ -19,13 +21,11 @@ class Sandbox {
   Sandbox& operator=(const Sandbox&) = delete;
 
   /// A folder for the test's own files, the same inside and outside.
-  const std::string& path() const { return m_path; }
+  const std::string& path() const { return m_folder.path(); }
   std::string write_file(const std::string& name, const std::string& content) const;
   std::string read_file(const std::string& name) const;
   /// Content for a file that the child sees as /etc/tarnwell/corvanth/NAME.
   void write_etc(const std::string& name, const std::string& content) const;
-  /// What the child wrote to /var/log/tarnwell/corvanth/NAME.
-  std::string read_var_log(const std::string& name) const;
 
   /// Every syslog datagram so far, "<PRI>rest" as it came, each ended by a line feed.
   std::string syslog() const;
@@ -41,7 +41,7 @@ class Sandbox {
 
   void collect_syslog();
 
-  std::string m_path;
+  TemporaryFolder m_folder;
   std::vector<Mount> m_mounts;
   int m_syslog_socket = -1;
   mutable std::mutex m_mutex;

@@ -3,40 +3,14 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sndfile.h>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "support/temporary_folder.h"
+
 namespace cv::test {
-
-/// Removed with everything in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "corvanth-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    m_path = pattern;
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-  const std::string& path() const { return m_path; }
-
-  std::string write(const std::string& name, const std::string& content) const {
-    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
-    std::ofstream(*this / name, std::ios::binary) << content;
-    return *this / name;
-  }
-
- private:
-  std::string m_path;
-};
 
 /// A sine of `amplitude` (1.0: full scale), the same on every channel.
 inline std::vector<float> sine(double frequency_hz, double amplitude, int rate_hz, double seconds,

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
-#include "support/temporary_directory.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -12,12 +12,12 @@ namespace fs = std::filesystem;
 namespace path = cv::utils::path;
 
 struct PathTest : testing::Test {
-  PathTest() { fs::current_path(m_directory.path()); }
-  const cv::test::TemporaryDirectory m_directory;
+  PathTest() { fs::current_path(m_folder.path()); }
+  const cv::test::TemporaryFolder m_folder;
 };
 
 TEST_F(PathTest, MakesPathsAbsoluteByTextAlone) {
-  const std::string here = m_directory.path();
+  const std::string here = m_folder.path();
   const struct {
     const char* text;
     std::string expected, file_name;
@@ -42,7 +42,7 @@ TEST_F(PathTest, MakesPathsAbsoluteByTextAlone) {
 }
 
 TEST_F(PathTest, CreatesWhatIsMissingOfADirectory) {
-  m_directory.file("file", "");
+  m_folder.write("file", "");
   const struct {
     const char *text, *directory;
     bool strip_file_name;
