@@ -1,37 +1,31 @@
 #include "audio/audio_fingerprint.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <set>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "audio/points.h"
 #include "support/plain_spectrum.h"
 #include "support/recordings.h"
 
+namespace cv::audio {
 namespace {
 
-using cv::audio::fingerprint;
-using cv::audio::HashPoint;
-using Points = std::vector<HashPoint>;
-
 /// Frame by frame, phase by phase, what is not there yet.
-Points merged(const std::vector<int16_t>& samples, unsigned phases) {
-  std::vector<Points> by_phase;
+test::Points merged(const std::vector<int16_t>& samples, unsigned phases) {
+  std::vector<test::Points> by_phase;
   for (std::size_t k = 0; k < phases; ++k) {
-    const auto skipped = static_cast<std::ptrdiff_t>(k * 128 / phases);
-    by_phase.push_back(
-        cv::test::plain_points(std::vector<int16_t>(samples.begin() + skipped, samples.end())));
+    by_phase.push_back(test::plain_points(std::span(samples).subspan(k * 128 / phases)));
   }
-  Points result;
+  test::Points result;
   std::set<std::pair<uint32_t, uint32_t>> seen;
   for (uint32_t frame = 0; frame < samples.size() / 128; ++frame) {
-    for (const Points& points : by_phase) {
+    for (const test::Points& points : by_phase) {
       for (const HashPoint& point : points) {
-        if (point.offset == frame && seen.insert({frame, point.hash}).second) {
-          result.push_back(point);
-        }
+        const bool is_new = point.offset == frame && seen.insert({frame, point.hash}).second;
+        if (is_new) result.push_back(point);
       }
     }
   }
@@ -39,18 +33,17 @@ Points merged(const std::vector<int16_t>& samples, unsigned phases) {
 }
 
 TEST(Fingerprint, MergesThePointsOfItsPhases) {
-  const auto prompts = cv::test::english_prompts(16000);
-  for (const std::size_t which : {0, 50, 100, 150}) {
+  const auto prompts = test::english_prompts(16000);
+  for (const std::size_t which : {0, 50, 100}) {
     const auto& samples = prompts.at(which).samples;
-    EXPECT_EQ(fingerprint(samples), cv::test::plain_points(samples));
+    EXPECT_EQ(fingerprint(samples), test::plain_points(samples));
     for (const unsigned phases : {2u, 3u, 4u, 128u}) {
       EXPECT_EQ(fingerprint(samples, phases), merged(samples, phases)) << phases;
     }
   }
 }
 
-TEST(Fingerprint, HasNoPointsWhereThereIsNoSound) {
-  EXPECT_TRUE(fingerprint({}).empty());
+TEST(Fingerprint, HasNoPointsWhereThereIsNoSoundAndOneTo128Phases) {
   EXPECT_TRUE(fingerprint({}, 128).empty());
   std::vector<int16_t> samples(255, 0);
   for (std::size_t n = 0; n < samples.size(); n += 9) samples[n] = 20000;
@@ -58,12 +51,10 @@ TEST(Fingerprint, HasNoPointsWhereThereIsNoSound) {
   samples.push_back(0);
   EXPECT_EQ(fingerprint(samples, 4).size(), 1u) << "the later phases are too short for a frame";
   EXPECT_TRUE(fingerprint(std::vector<int16_t>(8000, 0), 4).empty());
-}
-
-TEST(Fingerprint, RefusesANumberOfPhasesThatTheHopDoesNotHold) {
-  const std::vector<int16_t> samples(8000, 100);
-  EXPECT_THROW(fingerprint(samples, 0), std::invalid_argument);
-  EXPECT_THROW(fingerprint(samples, 129), std::invalid_argument);
+  for (const unsigned phases : {0u, 129u}) {
+    EXPECT_THROW(fingerprint(samples, phases), std::invalid_argument);
+  }
 }
 
 }  // namespace
+}  // namespace cv::audio

@@ -2,19 +2,24 @@
 
 #include <gtest/gtest.h>
 
+namespace cv::tools {
 namespace {
 
-using cv::tools::resolve;
+using Lines = std::vector<std::string>;
 
-cv::tools::Rules rules_of(const std::string& text) {
+const std::map<std::string, uint32_t> ids = {
+    {"a.wav", 30}, {"b.flac", 20}, {"digits/1.wav", 10}, {"digits/2.wav", 40}};
+
+Configuration resolve_rules(const std::string& rules,
+                            const std::map<std::string, uint32_t>& recordings = ids) {
   std::string error;
-  auto rules = cv::tools::parse_rules(text, error);
-  EXPECT_TRUE(rules) << error;
-  return rules.value_or(cv::tools::Rules());
+  const auto parsed = parse_rules("{\"rules\": [" + rules + "]}", error);
+  EXPECT_TRUE(parsed) << error;
+  return resolve(parsed.value_or(Rules()), recordings);
 }
 
-std::vector<std::string> lines(const cv::tools::Configuration& configuration) {
-  std::vector<std::string> result;
+Lines lines(const Configuration& configuration) {
+  Lines result;
   for (const auto& entry : configuration.samples) {
     result.push_back(std::to_string(entry.rule_id) + " " + std::to_string(entry.sample_id) + " " +
                      entry.sample_name + " " + std::to_string(static_cast<int>(entry.threshold)));
@@ -22,65 +27,50 @@ std::vector<std::string> lines(const cv::tools::Configuration& configuration) {
   return result;
 }
 
-const std::map<std::string, uint32_t> ids = {
-    {"a.wav", 30}, {"b.flac", 20}, {"digits/1.wav", 10}, {"digits/2.wav", 40}};
-
 TEST(Resolve, NamesBeatPatternsAndEarlierPatternsBeatLaterOnes) {
-  const struct {
-    std::string samples;
-    std::vector<std::string> expected;
-  } table[] = {
-      {R"(["*"])", {"9 10 digits/1 5", "9 20 b 5", "9 30 a 5", "9 40 digits/2 5"}},
-      {R"([{"file": "*", "threshold": 4}, {"file": "a.wav", "threshold": 7, "name": "ay"}])",
+  const std::pair<std::string, Lines> table[] = {
+      {R"("*")", {"9 10 digits/1 5", "9 20 b 5", "9 30 a 5", "9 40 digits/2 5"}},
+      {R"({"file": "*", "threshold": 4}, {"file": "a.wav", "threshold": 7, "name": "ay"})",
        {"9 10 digits/1 4", "9 20 b 4", "9 30 ay 7", "9 40 digits/2 4"}},
-      {R"([{"file": "digits/*", "threshold": 6}, "*"])",
+      {R"({"file": "digits/*", "threshold": 6}, "*")",
        {"9 10 digits/1 6", "9 20 b 5", "9 30 a 5", "9 40 digits/2 6"}},
-      {R"(["digits/[13].wav", "?.flac"])", {"9 10 digits/1 5", "9 20 b 5"}},
-      {R"([])", {}},
+      {R"("digits/[13].wav", "?.flac")", {"9 10 digits/1 5", "9 20 b 5"}},
   };
-  for (const auto& row : table) {
-    const auto result =
-        resolve(rules_of(R"({"rules": [{"id": 9, "samples": )" + row.samples + "}]}"), ids);
-    EXPECT_EQ(lines(result), row.expected) << row.samples;
-    EXPECT_TRUE(result.complaints.empty()) << row.samples;
+  for (const auto& [samples, expected] : table) {
+    const auto result = resolve_rules(R"({"id": 9, "samples": [)" + samples + "]}");
+    EXPECT_EQ(lines(result), expected) << samples;
+    EXPECT_EQ(result.complaints, Lines()) << samples;
   }
 }
 
 TEST(Resolve, IsTheSameHoweverTheRulesAreOrdered) {
   const std::string one = R"({"id": 2, "samples": ["b.flac", "a.wav"], "dead_air": {}})";
-  const std::string two = R"({"id": 1, "samples": ["*"], "dead_air": {}})";
-  const auto forth = resolve(rules_of("{\"rules\": [" + one + "," + two + "]}"), ids);
-  const auto back = resolve(rules_of("{\"rules\": [" + two + "," + one + "]}"), ids);
-  EXPECT_EQ(cv::tools::sample_data_json(forth.samples), cv::tools::sample_data_json(back.samples));
-  EXPECT_EQ(cv::tools::dead_air_data_json(forth.dead_airs), R"([{"rule_id":1},{"rule_id":2}])");
-  EXPECT_EQ(cv::tools::dead_air_data_json(back.dead_airs), R"([{"rule_id":1},{"rule_id":2}])");
+  const std::string two = R"({"id": 1, "samples": ["a.wav"], "dead_air": {}})";
+  for (const std::string& rules : {one + "," + two, two + "," + one}) {
+    const auto result = resolve_rules(rules);
+    EXPECT_EQ(lines(result), (Lines{"1 30 a 5", "2 20 b 5", "2 30 a 5"}));
+    EXPECT_EQ(dead_air_data_json(result.dead_airs), R"([{"rule_id":1},{"rule_id":2}])");
+  }
 }
 
 TEST(Resolve, SaysWhatNoNodeWillFind) {
-  const auto missing =
-      resolve(rules_of(R"({"rules": [{"id": 3, "samples": ["z.wav", "x/*", "a.wav"]}]})"), ids);
-  EXPECT_EQ(missing.complaints,
-            (std::vector<std::string>{"rule 3: there is no usable recording \"z.wav\"",
-                                      "rule 3: no recording matches \"x/*\""}));
-  EXPECT_EQ(missing.samples.size(), 1u);
-
-  const auto twins = resolve(rules_of(R"({"rules": [{"id": 3, "samples": ["*"]}]})"),
-                             {{"a.wav", 1}, {"b.wav", 1}, {"c.wav", 2}});
-  EXPECT_EQ(lines(twins), (std::vector<std::string>{"3 1 a 5", "3 2 c 5"}));
+  const auto missing = resolve_rules(R"({"id": 3, "samples": ["z.wav", "x/*", "a.wav"]})");
+  EXPECT_EQ(missing.complaints, (Lines{"rule 3: there is no usable recording \"z.wav\"",
+                                       "rule 3: no recording matches \"x/*\""}));
+  EXPECT_EQ(lines(missing), (Lines{"3 30 a 5"}));
+  const auto twins =
+      resolve_rules(R"({"id": 3, "samples": ["*"]})", {{"a.wav", 1}, {"b.wav", 1}, {"c.wav", 2}});
+  EXPECT_EQ(lines(twins), (Lines{"3 1 a 5", "3 2 c 5"}));
   EXPECT_EQ(twins.complaints.size(), 1u);
 }
 
 TEST(DefaultSampleName, IsWhatAReportCanCarry) {
-  const struct {
-    std::string file, name;
-  } table[] = {{"a.wav", "a"},
-               {"folder/a.b.wav", "folder/a.b"},
-               {"plain", "plain"},
-               {"x.y/plain", "x.y/plain"},
-               {".wav", ".wav"},
-               {"f/.wav", "f/.wav"},
-               {"say \"hi\"\\\n.wav", "say _hi___"}};
-  for (const auto& row : table) EXPECT_EQ(cv::tools::default_sample_name(row.file), row.name);
+  const std::pair<const char*, const char*> table[] = {{"folder/a.b.wav", "folder/a.b"},
+                                                       {"x.y/plain", "x.y/plain"},
+                                                       {"f/.wav", "f/.wav"},
+                                                       {"say \"hi\"\\\n.wav", "say _hi___"}};
+  for (const auto& [file, name] : table) EXPECT_EQ(default_sample_name(file), name);
 }
 
 }  // namespace
+}  // namespace cv::tools
