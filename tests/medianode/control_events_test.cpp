@@ -184,6 +184,20 @@ TEST(ControlEvents, AppliesDeadAirOptionsPerRule) {
     EXPECT_EQ(options.activity_hits, e.activity);
     EXPECT_EQ(options.silence_hits, e.silence);
   }
+
+  // Without rules it still takes the place of the one before; the one in between is never seen.
+  cv::test::LogCapture log;
+  for (const char* json :
+       {R"({"version":10,"data":[{"rule_id":1}]})", R"({"version":11,"data":[]})"}) {
+    Json event;
+    event.Parse(json);
+    node.events.event_on_deadair_configuration(deadair_config, &event);
+  }
+  uint64_t version = 77;
+  EXPECT_EQ(node.dead_air.get_options(1, version).dev_threshold, 256);
+  EXPECT_EQ(version, 0u);
+  EXPECT_EQ(log.count_containing("DEADAIR_DISPATCHER: dead air configuration swapped"), 2u);
+  EXPECT_EQ(log.count_containing("wasn't switched; releasing"), 1u);
 }
 
 /// A member of an event that is well-formed as a whole, and what becomes of it.

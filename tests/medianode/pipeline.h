@@ -46,11 +46,8 @@ struct KnownSample {
   std::vector<audio::HashPoint> points;
 };
 
-/// Reports is a report manager that can be made from a configuration.
-template <typename Reports>
-struct PipelineWith {
-  explicit PipelineWith(
-      rc_ptr<mn::Configuration> settings = rc_ptr<mn::Configuration>(new mn::Configuration))
+struct Pipeline {
+  explicit Pipeline(rc_ptr<mn::Configuration> settings = new mn::Configuration)
       : configuration(std::move(settings)) {}
 
   /// Builds and publishes a database in which one rule looks for these samples.
@@ -90,11 +87,9 @@ struct PipelineWith {
   rc_ptr<mn::Configuration> configuration;
   mn::DatabaseDispatcher database{clock};
   mn::DeadAirDispatcher dead_air;
-  Reports reports{configuration};
+  KeptReports reports{configuration};
   media::StreamManagerStatistic statistic;
   mn::MediaPipeline media{configuration, database, dead_air, reports, statistic, clock};
 };
-
-using Pipeline = PipelineWith<KeptReports>;
 
 }  // namespace cv::test

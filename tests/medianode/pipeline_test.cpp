@@ -1,6 +1,5 @@
 #include "medianode/pipeline.h"
 
-#include <arpa/inet.h>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -9,7 +8,6 @@
 
 #include "support/log_capture.h"
 #include "support/recordings.h"
-#include "support/udp_receiver.h"
 
 namespace {
 
@@ -44,12 +42,10 @@ const std::vector<KnownSample>& known_prompts() {
   return samples;
 }
 
-cv::media::StartFields start_fields(uint8_t features, uint16_t report_port = 0) {
+cv::media::StartFields start_fields(uint8_t features) {
   cv::media::StartFields fields;
   fields.features = features;
   fields.rule = rule;
-  fields.report_addr = htonl(INADDR_LOOPBACK);
-  fields.report_port = htons(report_port);
   return fields;
 }
 
@@ -307,43 +303,6 @@ TEST(Pipeline, ActivityDetectionFollowsEachSidesOwnFeature) {
     EXPECT_EQ(log.tagged("AUDIO_ACTIVITY: " + uuid + ": "), row.expected);
     EXPECT_EQ(pipeline.reports.texts().size(), row.reports);
   }
-}
-
-// With the reporting thread at work: summaries are written there while other calls, one of them with
-// the same identifier, go on here.
-TEST(Pipeline, SendsTheReportsOfManyCallsWhileOthersGoOn) {
-  constexpr uint8_t calls = 12;
-  cv::test::UdpReceiver receiver;
-  cv::test::LogCapture log;
-  cv::test::PipelineWith<cv::mn::ReportManager> pipeline(
-      settings("report_on_call_termination", "true"));
-  pipeline.publish(3, rule, known_prompts());
-  ASSERT_EQ(pipeline.reports.start(), 0);
-  for (uint8_t number = 0; number < calls; ++number) {
-    const CallPackets call(static_cast<uint8_t>(1 + number / 2));
-    pipeline.send(call.start(start_fields(sample_detection | both_activities, receiver.port())));
-    uint32_t seq[2] = {0, 0};
-    for (const uint16_t side : {uint16_t{0}, uint16_t{1}}) {
-      const Audio& prompt = prompts()[(number + side) % prompts().size()].samples;
-      pipeline.play(call, side, std::span(prompt).first(3 * 8000), seq[side]);
-    }
-    pipeline.send(call.terminate());
-  }
-  ASSERT_EQ(pipeline.reports.stop(), 0);
-
-  std::size_t summaries = 0, detections = 0, activities = 0;
-  for (const std::string& text : receiver.texts()) {
-    const std::string type = member(text, "type");
-    summaries += type == "\"corvanth_sample_match\"";
-    detections += type == "\"corvanth_detection\"";
-    activities += type == "\"audio_activity\"";
-  }
-  EXPECT_EQ(summaries, calls);
-  EXPECT_GE(detections, calls);
-  EXPECT_EQ(activities, 2u * calls);
-  EXPECT_EQ(pipeline.reports.report_statistic().dropped.get(), 0u);
-  EXPECT_EQ(log.count_containing("REPORT_MANAGER: sent: 0, report: "),
-            summaries + detections + activities);
 }
 
 }  // namespace

@@ -95,30 +95,4 @@ TEST(ReportManager, WhatCannotBeSentHoldsNothingUp) {
   EXPECT_EQ(session.texts(), Texts{activity_text});
 }
 
-TEST(ReportManager, DropsWhenFullAndStillSendsWhatIsQueuedWhenStopped) {
-  constexpr std::size_t capacity = 10000;
-  UdpReceiver session;
-  const auto quiet = configured("report_logging_enabled=false");
-  cv::test::LogCapture log;
-  ReportManager manager(quiet);
-  EXPECT_EQ(manager.stop(), 0) << "not running: nothing to stop, nothing to say";
-
-  // All but one go nowhere, so that the one is not lost in a full socket buffer.
-  for (std::size_t i = 0; i + 1 < capacity; ++i) ASSERT_TRUE(manager.push(activity(0)));
-  EXPECT_TRUE(manager.push(activity(session.port())));
-  EXPECT_FALSE(manager.push(activity(session.port())));
-  EXPECT_EQ(manager.start(), 0);
-  EXPECT_EQ(manager.stop(), 0);
-
-  const auto& counters = manager.report_statistic();
-  EXPECT_EQ(counters.audio_activity_reports.get(), capacity);
-  EXPECT_EQ(counters.dropped.get(), 1u);
-  EXPECT_EQ(counters.elements.get(), 0u);
-  EXPECT_EQ(session.texts(), Texts{activity_text});
-  const Texts lines = log.tagged("ANALYSIS_REPORT: reporting thread ");
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_TRUE(lines[0].starts_with("SYSTEM started with id "));
-  EXPECT_EQ(lines[1], "SYSTEM stopped");
-}
-
 }  // namespace

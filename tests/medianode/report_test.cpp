@@ -1,7 +1,6 @@
 #include "medianode/report.h"
 
 #include <gtest/gtest.h>
-#include <locale>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -48,25 +47,6 @@ TEST(Report, WritesADetectionToTheByte) {
             head + R"("call_side": "terminator", "offset": 3600.02, "score": 3.33333, )"
                    R"("sample_id": 42, "sample_name": "say "hi"", "sample_start": 0.048, )"
                    R"("sample_duration": 6.87195e+07, "event_object": 1})");
-}
-
-/// Numbers as some countries write them: 1.635.500.000,5.
-struct Grouping : std::numpunct<char> {
-  char do_decimal_point() const override { return ','; }
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
-TEST(Report, TheTextDependsOnNoLocaleAndNoStreamSetting) {
-  const auto report = detection({{}, 1.5, 800000, 0, 200}, 0, "n", "{}");
-  const std::string plain = text_of(*report);
-  const std::locale previous = std::locale::global(std::locale(std::locale(), new Grouping));
-  std::ostringstream out;
-  std::locale::global(previous);
-  out << std::hex << std::showpos << std::fixed;
-  cv::mn::ReportManagerStatistic statistic;
-  report->serialize(out, statistic);
-  EXPECT_EQ(out.str(), plain);
 }
 
 TEST(Report, ASessionReportListsBothSidesByScoreAndIsSilentWithoutMatches) {

@@ -84,37 +84,6 @@ TEST(MessageBody, InflatesToTenTimesItsSizeAndNoFurther) {
                                 "decompressing error (-5)"}));
 }
 
-struct FakeEvent : RdKafka::Event {
-  explicit FakeEvent(Type event_type, bool is_fatal = false)
-      : m_type(event_type), m_fatal(is_fatal) {}
-  Type type() const override { return m_type; }
-  RdKafka::ErrorCode err() const override { return RdKafka::ERR__TRANSPORT; }
-  Severity severity() const override { return EVENT_SEVERITY_ERROR; }
-  std::string fac() const override { return "FAIL"; }
-  std::string str() const override { return "text"; }
-  int throttle_time() const override { return 7; }
-  std::string broker_name() const override { return "one"; }
-  int broker_id() const override { return 3; }
-  bool fatal() const override { return m_fatal; }
-  Type m_type;
-  bool m_fatal;
-};
-
-TEST(MessageBroker, LogsTheLibrarysEvents) {
-  using Event = RdKafka::Event;
-  LogCapture log;
-  MessageBroker broker(Received().settings(nobody, {}));
-  for (FakeEvent event : {FakeEvent(Event::EVENT_ERROR), FakeEvent(Event::EVENT_ERROR, true),
-                          FakeEvent(Event::EVENT_LOG), FakeEvent(Event::EVENT_THROTTLE)}) {
-    broker.event_cb(event);
-  }
-  const std::string transport = RdKafka::err2str(RdKafka::ERR__TRANSPORT);
-  EXPECT_EQ(log.tagged("MESSAGE_BROKER: "),
-            (Texts{"ERROR  error (" + transport + "): text",
-                   "ERROR FATAL error (" + transport + "): text", "INFO LOG-3-FAIL: text",
-                   "INFO THROTTLED: 7ms by one(id: 3)"}));
-}
-
 TEST(MessageBroker, SendsAndReceivesOverACluster) {
   LogCapture log;
   MockKafka kafka({"all", "own", "other"});
