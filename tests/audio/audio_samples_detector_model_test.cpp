@@ -168,30 +168,6 @@ TEST(SamplesDetectorModel, AgreesOnRandomPoints) {
   }
 }
 
-/// A sound that does not change: every frame votes for every shift, far more than 255 times.
-TEST(SamplesDetectorModel, AgreesOnSteadyTones) {
-  Points tone;
-  Points mixed;
-  for (uint32_t frame = 0; frame < 600; ++frame) tone.push_back({1, frame});
-  for (uint32_t frame = 0; frame < 400; ++frame) {
-    mixed.push_back({frame % 5 == 0 ? frame : 1, frame});
-  }
-  std::vector<HashSample> samples;
-  for (uint32_t id = 0; const double threshold : {0.2, 1.0, 3.0}) {
-    samples.push_back(make_sample(id++, tone, threshold));
-    samples.push_back(make_sample(id++, mixed, threshold));
-  }
-  Points call(tone.begin(), tone.begin() + 300);
-  for (uint32_t frame = 300; frame < 1100; ++frame) {
-    call.push_back({mixed[frame % 400].hash, frame});
-  }
-  for (uint8_t drift = 0; drift <= 3; ++drift) {
-    Pair pair(samples, drift);
-    pair.hear(call);
-    EXPECT_GT(pair.compare(), 50u);
-  }
-}
-
 /// A shift passes 255 votes unnoticed: two shifts and the one between them have had more at one stroke.
 TEST(SamplesDetectorModel, AgreesOnManyVotesBehindABetterShift) {
   Points call;

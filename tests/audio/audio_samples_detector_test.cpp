@@ -89,19 +89,6 @@ TEST(SamplesDetector, AnnouncesAndListsShiftsThatStandOut) {
   }
 }
 
-TEST(SamplesDetector, SortsTheWholeListByScoreAndKeepsTheOrderOfEqualOnes) {
-  Votes votes(3.0, 1);
-  votes.vote(100, 8);
-  std::vector<Match> matches;
-  for (const uint32_t id : {3, 5, 2}) {
-    matches.push_back({test::make_metadata(id), static_cast<double>(id), 0, 0, 0});
-  }
-  votes.detector.get_match(matches);
-  std::vector<uint32_t> order;
-  for (const Match& match : matches) order.push_back(match.sample->id);
-  EXPECT_EQ(order, (std::vector<uint32_t>{5, 3, 1, 2}));
-}
-
 TEST(SamplesDetector, StartsAnewAfterAReset) {
   Votes votes(3.0, 0);
   const auto database = votes.detector.database();
