@@ -87,7 +87,7 @@ const Kind kinds[] = {
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 const double thresholds[] = {3, 0, 1, 2.5, 4, 5, -1, 8, 0.3, 40, nan, infinity};
-const uint8_t drifts[] = {0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 4, 8, 9, 255};
+const uint8_t drifts[] = {0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 4, 8, 9, 40};
 
 class Random {
  public:

@@ -66,11 +66,9 @@ TEST_F(AudioFile, BitsAreKeptChannelsAveragedAndPeaksClipped) {
 }
 
 TEST_F(AudioFile, WhatIsNoAudioIsRefusedWithAReason) {
-  for (const std::string& path : {m_folder.write("text.wav", "no audio"), m_folder / "missing"}) {
-    std::string error;
-    EXPECT_FALSE(read_audio(path, error)) << path;
-    EXPECT_FALSE(error.empty()) << path;
-  }
+  std::string error;
+  EXPECT_FALSE(read_audio(m_folder.write("text.wav", "no audio"), error));
+  EXPECT_FALSE(error.empty());
 }
 
 TEST_F(AudioFile, AFingerprintCountsFramesOfOnePhaseAndGrowsWithPhases) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/sound_folder.h"
+#include "support/temporary_folder.h"
 
 namespace cv::tools {
 namespace {

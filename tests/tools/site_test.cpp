@@ -8,7 +8,7 @@
 #include <random>
 
 #include "support/log_capture.h"
-#include "support/sound_folder.h"
+#include "support/temporary_folder.h"
 #include "tools/text_file.h"
 
 namespace cv::tools {
@@ -66,11 +66,8 @@ class SiteTest : public testing::Test {
   std::pair<uint64_t, uint64_t> versions() const {
     return {m_site->snapshot().sample_version, m_site->snapshot().dead_air_version};
   }
-  std::size_t count(const std::string& part) const {
-    const std::string& text = m_site->snapshot().sample_data_json;
-    std::size_t found = 0;
-    for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
-    return found;
+  bool tells(const std::string& part) const {
+    return m_site->snapshot().sample_data_json.find(part) != std::string::npos;
   }
 
   test::LogCapture m_log;
@@ -97,10 +94,10 @@ TEST_F(SiteTest, TellsOfNewChangedAndRemovedRecordings) {
 
   record("folder/c.wav", "three");
   EXPECT_TRUE(look_twice());
-  EXPECT_EQ(count(R"("sample_name":"folder/c")"), 1u);
+  EXPECT_TRUE(tells(R"("sample_name":"folder/c")"));
   std::filesystem::remove(samples() + "/b.wav");
   EXPECT_TRUE(look_twice());
-  EXPECT_EQ(count(R"("sample_name":"b")"), 0u);
+  EXPECT_FALSE(tells(R"("sample_name":"b")"));
   EXPECT_EQ(versions(), Versions(103, 100));
 }
 
@@ -161,7 +158,7 @@ TEST_F(SiteTest, BadRulesAndAFolderThatGoesAwayKeepWhatWas) {
   std::filesystem::rename(m_folder / "elsewhere", samples());
   record("c.wav", "three");
   EXPECT_TRUE(look_twice()) << "recordings are followed all the same";
-  EXPECT_EQ(count("rule_id"), 3u);
+  EXPECT_EQ(packets(), 3u);
 }
 
 TEST_F(SiteTest, AConfigurationTooLargeForAMessageIsRefused) {
@@ -172,7 +169,7 @@ TEST_F(SiteTest, AConfigurationTooLargeForAMessageIsRefused) {
         R"("}]}]})");
   EXPECT_FALSE(look_twice());
   EXPECT_TRUE(m_log.has_containing("the sample configuration takes"));
-  EXPECT_EQ(count("rule_id"), 2u);
+  EXPECT_TRUE(tells(R"("sample_name":"b")"));
 }
 
 TEST_F(SiteTest, VersionsAndIdsGoOnAfterARestart) {

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
-#include "support/sound_folder.h"
+#include "support/temporary_folder.h"
 #include "tools/text_file.h"
 
 namespace cv::tools {
