@@ -1,9 +1,10 @@
 #include "media/media_packet_reader.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <syslog.h>
-#include <thread>
 
+#include "support/eventually.h"
 #include "support/log_capture.h"
 #include "support/packet_builder.h"
 #include "support/syslog_capture.h"
@@ -142,7 +143,8 @@ TEST_F(PacketReaderTest, DeliversInOrderOnItsOwnThreadAndLendsItToTheListener) {
       expected.push_back(type + std::to_string(expected.size() + 1));
     }
   }
-  while (listener.packets < 100 || listener.idle_work > 0) std::this_thread::yield();
+  EXPECT_TRUE(
+      cv::test::eventually([&] { return listener.packets == 100 && listener.idle_work == 0; }));
   EXPECT_EQ(reader.stop(), 0);
 
   EXPECT_EQ(listener.events, expected);
