@@ -67,6 +67,8 @@ TEST_F(StateFileTest, ATakenIdIsPassedOver) {
   StateFile collided = open();
   EXPECT_EQ(collided.sample_version(), 3u);
   EXPECT_EQ(collided.sample_id("a.wav", "content"), id + 1);
+  EXPECT_TRUE(collided.save(m_error)) << m_error;
+  EXPECT_NE(content().find(std::to_string(id + 1)), std::string::npos) << "kept over restarts";
 }
 
 TEST_F(StateFileTest, RefusesWhatIsNoStateInsteadOfStartingAfresh) {
