@@ -1,5 +1,6 @@
 // Spectra and fingerprint points worked out in the plainest way: sample by sample into a ring, the
-// textbook transform, whole sums, a full sort. The yardstick of what the product does faster; it shares nothing with it but the types of its results.
+// textbook transform, whole sums, a full sort. The yardstick of what the product does faster; it shares
+// nothing with it but the types of its results.
 #pragma once
 
 #include <cstddef>
