@@ -56,6 +56,10 @@ class Socket {
   /// ends the process with status -1.
   std::size_t read(unsigned char* buffer, std::size_t size);
 
+  /// Whether a datagram has been taken from the kernel and not been read: a wait for the descriptor to
+  /// become readable would miss it.
+  bool has_unread() const { return m_batch != nullptr && !m_batch->empty(); }
+
   /// The socket's own buffer, which must be there. Receives nothing.
   Buffer& read();
 

@@ -22,6 +22,7 @@
 #include "tools/configd/site.h"
 #include "tools/configd/state_file.h"
 #include "tools/configd/topic_creation.h"
+#include "tools/log_to_standard_error.h"
 #include "tools/progress_bar.h"
 #include "tools/stop_signals.h"
 #include "tools/text_file.h"
@@ -33,19 +34,6 @@ namespace {
 // A partition of the embedded broker keeps 5 MB, and a consumer that falls behind skips over what is
 // gone without a word. At this rate it may be 5 seconds behind; fetches alone can take one.
 constexpr uint64_t embedded_rate_bytes = 1000000;
-
-/// Standard error for the log, while it lives.
-class LogToStandardError {
- public:
-  LogToStandardError() {
-    // Every message delivered is an INFO line of the broker, and samples come by the hundred.
-    log::Logger::m_instance.level = log::Level::WARNING;
-    log::open_stdlog();
-  }
-  ~LogToStandardError() { log::close_log(); }
-  LogToStandardError(const LogToStandardError&) = delete;
-  LogToStandardError& operator=(const LogToStandardError&) = delete;
-};
 
 /// Answers and announces over the broker until stopped.
 class Configd {
