@@ -29,6 +29,7 @@ const ReportManagerStatistic& ReportManager::report_statistic() const {
 }
 
 void ReportManager::run() {
+  name_this_thread("reports");
   CV_LOG(SystemMessage) << "ANALYSIS_REPORT: reporting thread started with id "
                         << kernel_thread_id();
   Base::run();

@@ -37,6 +37,7 @@ void print_stars(std::ostream& out, std::size_t count) { out << std::string(coun
 StatisticService StatisticService::Instance;
 
 void StatisticService::run() {
+  name_this_thread("statistics");
   CV_LOG(SystemMessage) << "STATISTIC_SERVICE: thread [" << kernel_thread_id() << "] started";
   if (!running()) return;
   do {

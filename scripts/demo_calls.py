@@ -9,8 +9,6 @@ import json
 import math
 import pathlib
 import random
-import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -18,19 +16,15 @@ import threading
 import time
 import wave
 
-SOUNDS = pathlib.Path("/usr/share/asterisk/sounds")
+import running_site
+
 RATE = 8000
-RULE = 1
 # A prompt of three seconds or more is to be found this soon after its start.
 LATEST_S = 2.5
 
 
-def prompts_folder(language):
-    return next(folder for folder in sorted(SOUNDS.iterdir()) if folder.name.startswith(language))
-
-
-ENGLISH = prompts_folder("en")
-FRENCH = prompts_folder("fr")
+ENGLISH = running_site.prompts_folder("en")
+FRENCH = running_site.prompts_folder("fr")
 
 
 # Audio: lists of 16-bit samples at 8 kHz.
@@ -131,67 +125,10 @@ def build_calls():
 # Processes.
 
 
-def free_udp_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-class Site:
-    """configd with its broker, the node and a listener; started in order, ended in reverse."""
-
+class DemoSite(running_site.Site):
     def __init__(self, executables, folder):
-        self.folder = folder
-        self.tool = str(executables / "corvanth")
-        self.node = str(executables / "corvanthmedianode")
-        self.media_port = free_udp_port()
-        self.report_port = free_udp_port()
-        self.kafka_conf = folder / "kafka.conf"
-        self.processes = []
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        for name, process in reversed(self.processes):
-            process.send_signal(signal.SIGTERM)
-            try:
-                if process.wait(timeout=20) != 0:
-                    print(f"demo: {name} ended with status {process.returncode}", file=sys.stderr)
-            except subprocess.TimeoutExpired:
-                process.kill()
-
-    def start(self, name, arguments, environment=None):
-        log = open(self.folder / (name + ".log"), "wb")
-        process = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=log, env=environment)
-        self.processes.append((name, process))
-        return process
-
-    def wait_for_log(self, name, text, seconds):
-        process = dict(self.processes)[name]
-        deadline = time.monotonic() + seconds
-        while text not in (content := (self.folder / (name + ".log")).read_text(errors="replace")):
-            if process.poll() is not None or time.monotonic() > deadline:
-                sys.exit(f"demo: {name} did not get ready:\n{content[-3000:]}")
-            time.sleep(0.05)
-
-    def start_configd(self):
-        rules = self.folder / "rules.json"
-        rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 5.0}]}))
-        configd = self.start("configd", [
-            self.tool, "configd", "--embedded-broker", "--samples", str(ENGLISH), "--rules", str(rules),
-            "--state", str(self.folder / "state.json"), "--write-kafka-conf", str(self.kafka_conf),
-            "--node-topic", f"corvanth_medianode_127o0o0o1_{self.media_port}"])
-        # Printed once the broker takes connections.
-        if not configd.stdout.readline().startswith(b"broker "):
-            sys.exit("demo: configd did not start:\n" + (self.folder / "configd.log").read_text())
-
-    def start_node(self):
-        import os
-        environment = {**os.environ, "CORVANTH_KAFKA_CONF": str(self.kafka_conf)}
-        self.start("node", [self.node, "--config", str(self.folder / "none.conf"), "--args", f"port={self.media_port}"],
-                   environment)
-        self.wait_for_log("node", "PACKETS_READER: thread", 60)
+        super().__init__(executables, folder, ENGLISH)
+        self.report_port = running_site.free_udp_port()
 
     def start_listener(self, on_report):
         listener = self.start("listen", [self.tool, "listen", "--port", str(self.report_port)])
@@ -212,7 +149,7 @@ class Site:
             write_wav(names[-1], samples)
         call.started = time.monotonic()
         return subprocess.Popen(
-            [self.tool, "play", "--to", f"127.0.0.1:{self.media_port}", "--rule", str(RULE),
+            [self.tool, "play", "--to", f"127.0.0.1:{self.media_port}", "--rule", str(running_site.RULE),
              "--report-to", f"127.0.0.1:{self.report_port}", "--uuid", call.uuid,
              "--call-id", f"demo-{call.number}"] + names,
             stderr=open(self.folder / f"play-{call.number}.log", "wb"))
@@ -264,7 +201,7 @@ def print_verdict(calls):
 
 def main():
     executables = pathlib.Path(sys.argv[1]).resolve()
-    with tempfile.TemporaryDirectory(prefix="corvanth-demo-") as name, Site(executables, pathlib.Path(name)) as site:
+    with tempfile.TemporaryDirectory(prefix="corvanth-demo-") as name, DemoSite(executables, pathlib.Path(name)) as site:
         calls = build_calls()
         by_uuid = {call.uuid: call for call in calls}
         count = len(list(ENGLISH.rglob("*.wav")))

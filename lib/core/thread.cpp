@@ -14,6 +14,8 @@ BlockedSignals::~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &m_previous, nu
 
 long kernel_thread_id() { return static_cast<long>(gettid()); }
 
+void name_this_thread(const char* name) { pthread_setname_np(pthread_self(), name); }
+
 int Thread::start() {
   const BlockedSignals blocked;
   m_running.store(true, std::memory_order_release);

@@ -25,6 +25,9 @@ class BlockedSignals {
 /// The kernel's id of the calling thread, as it stands in log lines.
 long kernel_thread_id();
 
+/// What tools that list threads show for the calling thread; at most 15 characters.
+void name_this_thread(const char* name);
+
 /// Not started, then running from start() to stop(). Owner: whoever calls start() and stop(), on
 /// one thread; the destructor does not stop.
 class Thread {

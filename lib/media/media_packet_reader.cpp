@@ -50,6 +50,7 @@ void PacketReader::read_from(const void* data, std::size_t size) {
 }
 
 void PacketReader::run() {
+  name_this_thread("packet reader");
   CV_LOG(SystemMessage) << "PACKETS_READER: thread [" << kernel_thread_id() << "] started";
   QueueIdleReader::run();
 }

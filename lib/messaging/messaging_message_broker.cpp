@@ -265,6 +265,7 @@ bool MessageBroker::create_consumer() {
 
 void MessageBroker::consumer_loop() {
   const long id = kernel_thread_id();
+  name_this_thread("kafka consumer");
   CV_LOG(SystemMessage) << "MESSAGE_BROKER: messages listening thread [" << id << "] started";
   if (create_consumer()) {
     const int timeout_ms = static_cast<int>(

@@ -45,6 +45,7 @@ LoadSender::LoadSender(const LoadPlan& plan, const std::vector<CallScript>& scri
 }
 
 void LoadSender::run() {
+  name_this_thread("load sender");
   int64_t tick = 0;
   for (; tick < m_plan.end_tick && !m_broken_off.load(std::memory_order_relaxed); ++tick) {
     const int64_t due_us = m_start_us + tick * tick_us;
