@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 #include <map>
 #include <string>
-#include <time.h>
 #include <utility>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "heap_count.h"
 #include "matching_material.h"
 #include "ratio_main.h"
+#include "stopwatch.h"
 #include "support/plain_samples_detector.h"
 
 namespace cv::bench {
@@ -68,21 +68,6 @@ struct Databases {
 struct Count : audio::SamplesDetectorCallback {
   void on_sample_detected(audio::Match, void*) override { ++announced; }
   std::size_t announced = 0;
-};
-
-/// Processor time of this thread: what else the machine does does not count, although it takes caches.
-class Stopwatch {
- public:
-  double seconds() const { return now() - m_start; }
-
- private:
-  static double now() {
-    timespec time;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-  }
-
-  double m_start = now();
 };
 
 /// A whole call, one detector.

@@ -6,7 +6,9 @@
 // 3. The producer publishes the item before it looks at m_waiting, the consumer sets m_waiting
 //    before it looks at m_write, with a full fence between on both sides: one of them sees the
 //    other.
-// 4. push() and take() never allocate; push() takes the mutex only when the consumer sleeps.
+// 4. Each side keeps a copy of the other's count and looks at the count itself only when the copy says
+//    that it cannot go on. Counts only grow, so a copy errs on the safe side.
+// 5. push() and take() never allocate; push() takes the mutex only when the consumer sleeps.
 // Slots are allocated once, at construction. Failure: push() on a full queue returns false.
 #pragma once
 
@@ -48,8 +50,6 @@ class Queue<T, N, true> {
   /// Producer. False, and the item is dropped, when N items are waiting.
   bool push(T item) {
     const uint64_t write = m_write.load(std::memory_order_relaxed);
-    // The consumer's count is read only when the copy of it says that the queue is full: its cache
-    // line changes hands once a lap, not once an item.
     if (write - m_read_seen >= N) {
       m_read_seen = m_read.load(std::memory_order_acquire);
       if (write - m_read_seen >= N) return false;
@@ -61,7 +61,7 @@ class Queue<T, N, true> {
     return true;
   }
 
-  /// Consumer. The queue must not be empty.
+  /// Consumer, after empty() or wait() told it that there is an item.
   T take() {
     const uint64_t read = m_read.load(std::memory_order_relaxed);
     T item = std::exchange(m_data[read % N], T());
@@ -69,8 +69,16 @@ class Queue<T, N, true> {
     return item;
   }
 
+  /// Consumer. The producer's count is read only when all items it was known to have are taken: its
+  /// cache line changes hands once a batch, not once an item.
+  bool empty() {
+    const uint64_t read = m_read.load(std::memory_order_relaxed);
+    if (read != m_write_seen) return false;
+    m_write_seen = m_write.load(std::memory_order_acquire);
+    return read == m_write_seen;
+  }
+
   /// Consumer (exact), or any thread (a glance).
-  bool empty() const { return depth() == 0; }
   uint64_t depth() const {
     const uint64_t read = m_read.load(std::memory_order_relaxed);
     return m_write.load(std::memory_order_acquire) - read;
@@ -117,6 +125,7 @@ class Queue<T, N, true> {
   alignas(cache_line_spacing_bytes) std::atomic<uint64_t> m_write{0};
   uint64_t m_read_seen = 0;  // the producer's copy of m_read, never ahead of it
   alignas(cache_line_spacing_bytes) std::atomic<uint64_t> m_read{0};
+  uint64_t m_write_seen = 0;  // the consumer's copy of m_write, never ahead of it
   alignas(cache_line_spacing_bytes) std::atomic<bool> m_waiting{false};
 };
 

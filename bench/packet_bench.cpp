@@ -1,0 +1,169 @@
+// One packet from the receiving thread's read_from() to the first of its samples in the stream's
+// spectrum generator: checks, queue, call, sequence, stream. The product's classes and a plain form of
+// them side by side, both on one thread. Pin it to one processor.
+//
+// Calls are taken in turn, both sides of each: with many of them nothing of a call is left in a cache
+// when its next packet comes.
+#include <algorithm>
+#include <array>
+#include <benchmark/benchmark.h>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/media_packet_reader.h"
+#include "medianode/media_pipeline.h"
+#include "plain_packet_path.h"
+#include "ratio_main.h"
+#include "stopwatch.h"
+#include "support/packet_builder.h"
+
+namespace cv::bench {
+
+namespace {
+
+constexpr std::size_t packet_samples = 160;  // 20 ms
+
+struct NoFrames : audio::SpectrumGeneratorCallback {
+  void on_spectrum_data(const audio::SpectrumFrame& frame, void*) override {
+    benchmark::DoNotOptimize(&frame);
+  }
+};
+
+/// The keys of calls are checksums: spread evenly.
+uint64_t key_of(std::size_t call) { return (call + 1) * 0x9E3779B97F4A7C15; }
+
+test::CallPackets packets_of(std::size_t call) {
+  media::Uuid uuid{};
+  std::memcpy(uuid.data(), &call, sizeof call);
+  return {key_of(call), uuid};
+}
+
+class Fast {
+ public:
+  void add_session(std::size_t call) { test::deliver(m_manager, packets_of(call).start()); }
+  void read_from(const void* data, std::size_t size) { m_reader.read_from(data, size); }
+  void step() { m_reader.step(); }
+
+ private:
+  using Manager = mn::MediaPipeline::Manager;
+
+  /// Stands for the spectrum stage.
+  struct FirstSample final : mn::MediaStreamPacketListener {
+    void on_stream_media(rc_ptr<media::Stream> stream, rc_ptr<mn::MediaSession>,
+                         const media::DataPacket& packet) override {
+      Manager::stream_state<mn::SpectrumGeneratorState>(stream).m_generator.compute_spectrum(
+          packet.samples(), 1, no_frames, nullptr);
+    }
+    NoFrames no_frames;
+  };
+
+  /// Does by hand what the reader's thread does in a turn.
+  struct SteppedReader : media::PacketReader {
+    using PacketReader::PacketReader;
+    void step() {
+      on_queue_try();
+      if (!m_queue.empty()) on_queue_read(m_queue.take());
+      store_depth();
+    }
+  };
+
+  struct ListenedManager : Manager {
+    ListenedManager(media::StreamManagerStatistic& statistic, FirstSample& listener)
+        : Manager(statistic) {
+      add_stream_packet_listener(&listener);
+    }
+  };
+
+  media::StreamManagerStatistic m_statistic;
+  media::PacketReaderStatistic m_reader_statistic;
+  FirstSample m_listener;
+  ListenedManager m_manager{m_statistic, m_listener};
+  SteppedReader m_reader{m_reader_statistic, m_manager};
+};
+
+class Plain {
+ public:
+  void add_session(std::size_t call) { m_path.add_session(key_of(call)); }
+  void read_from(const void* data, std::size_t size) { m_path.read_from(data, size); }
+  void step() { m_path.step(m_no_frames); }
+
+ private:
+  PlainPacketPath m_path;
+  NoFrames m_no_frames;
+};
+
+/// The packets of all calls, one after the other, written into one buffer as the socket does.
+template <typename Form>
+class Source {
+ public:
+  Source(Form& form, std::size_t calls) : m_form(form), m_calls(calls) {
+    const std::array<int16_t, packet_samples> samples{};
+    m_datagram = test::CallPackets().data(0, 1, samples);
+  }
+
+  void send_next() {
+    auto& packet = *reinterpret_cast<media::DataPacket*>(m_datagram.data());
+    packet.id = key_of(m_call);
+    packet.flags = m_side;
+    packet.seq = m_seq;
+    m_form.read_from(m_datagram.data(), m_datagram.size());
+    m_form.step();
+    if (++m_call < m_calls) return;
+    m_call = 0;
+    m_seq += m_side;
+    m_side ^= 1;
+  }
+
+ private:
+  Form& m_form;
+  std::size_t m_calls;
+  media::Datagram m_datagram;
+  std::size_t m_call = 0;
+  uint8_t m_side = 0;
+  uint32_t m_seq = 1;
+};
+
+template <typename Form>
+void take_packets(benchmark::State& state, std::size_t calls) {
+  constexpr std::size_t least_packets = 200000;
+  const auto form = std::make_unique<Form>();
+  for (std::size_t call = 0; call < calls; ++call) form->add_session(call);
+  Source<Form> source(*form, calls);
+  const std::size_t lap = 2 * calls;
+  for (std::size_t i = 0; i < std::max(lap, least_packets); ++i) source.send_next();
+  for (auto _ : state) {
+    const std::size_t packets = std::max(lap, least_packets);
+    const Stopwatch stopwatch;
+    for (std::size_t i = 0; i < packets; ++i) source.send_next();
+    state.SetIterationTime(stopwatch.seconds() / static_cast<double>(packets));
+  }
+}
+
+template <typename Form>
+void add(const std::string& name, std::size_t calls) {
+  benchmark::RegisterBenchmark(
+      name.c_str(), [calls](benchmark::State& state) { take_packets<Form>(state, calls); })
+      ->UseManualTime()
+      ->Iterations(3);
+}
+
+void add_all() {
+  for (const std::size_t calls : {1, 1000, 100000}) {
+    const std::string name = "packet/" + std::to_string(calls);
+    add<Plain>(name + "/plain", calls);
+    add<Fast>(name + "/fast", calls);
+  }
+  add_ratio("packet/100000/fast", "packet/1/fast");
+  add_ratio("packet/100000/plain", "packet/1/plain");
+}
+
+}  // namespace
+
+}  // namespace cv::bench
+
+int main(int argc, char** argv) {
+  cv::bench::add_all();
+  return cv::bench::run(argc, argv);
+}
