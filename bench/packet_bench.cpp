@@ -2,13 +2,14 @@
 // spectrum generator: checks, queue, call, sequence, stream. The product's classes and a plain form of
 // them side by side, both on one thread. Pin it to one processor.
 //
-// Calls are taken in turn, both sides of each: with many of them nothing of a call is left in a cache
-// when its next packet comes.
+// The sides of all calls are taken in turn, in an order that has nothing to do with that of the calls'
+// starts: with many of them nothing of a side is left in a cache when its next packet comes.
 #include <algorithm>
 #include <array>
 #include <benchmark/benchmark.h>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -94,34 +95,41 @@ class Plain {
   NoFrames m_no_frames;
 };
 
-/// The packets of all calls, one after the other, written into one buffer as the socket does.
+/// The packets of all call sides in turn, written into one buffer as the socket does.
 template <typename Form>
 class Source {
  public:
-  Source(Form& form, std::size_t calls) : m_form(form), m_calls(calls) {
+  Source(Form& form, std::size_t calls) : m_form(form) {
+    for (std::size_t i = 0; i < 2 * calls; ++i) {
+      m_sides.push_back({key_of(i / 2), static_cast<uint8_t>(i % 2)});
+    }
+    std::shuffle(m_sides.begin(), m_sides.end(), std::mt19937_64(1));
     const std::array<int16_t, packet_samples> samples{};
     m_datagram = test::CallPackets().data(0, 1, samples);
   }
 
   void send_next() {
     auto& packet = *reinterpret_cast<media::DataPacket*>(m_datagram.data());
-    packet.id = key_of(m_call);
-    packet.flags = m_side;
+    packet.id = m_sides[m_next].key;
+    packet.flags = m_sides[m_next].side;
     packet.seq = m_seq;
     m_form.read_from(m_datagram.data(), m_datagram.size());
     m_form.step();
-    if (++m_call < m_calls) return;
-    m_call = 0;
-    m_seq += m_side;
-    m_side ^= 1;
+    if (++m_next < m_sides.size()) return;
+    m_next = 0;
+    ++m_seq;
   }
 
  private:
+  struct Side {
+    uint64_t key;
+    uint8_t side;
+  };
+
   Form& m_form;
-  std::size_t m_calls;
+  std::vector<Side> m_sides;
   media::Datagram m_datagram;
-  std::size_t m_call = 0;
-  uint8_t m_side = 0;
+  std::size_t m_next = 0;
   uint32_t m_seq = 1;
 };
 

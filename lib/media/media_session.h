@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <list>
+#include <memory_resource>
 #include <new>
 #include <string>
 #include <utility>
@@ -19,7 +20,7 @@ namespace cv::media {
 class Session;
 
 /// The least recently refreshed session first.
-using AuditList = std::list<rc_ptr<Session>>;
+using AuditList = std::pmr::list<rc_ptr<Session>>;
 
 /// A call, or a zombie: the place holder of a call whose packets are to be ignored.
 class Session : public ReferenceCountable {

@@ -197,8 +197,8 @@ bool SessionManager::audit() {
   std::size_t removed = 0;
   unsigned long removed_zombies = 0;
   while (removed < max_removals_per_audit && !m_audit_list.empty()) {
+    if (m_audit_list.front() && !timed_out(*m_audit_list.front(), now)) break;
     const rc_ptr<Session> session = m_audit_list.front();
-    if (session && !timed_out(*session, now)) break;
     m_audit_list.pop_front();
     ++removed;
     if (!session) {
