@@ -1,0 +1,136 @@
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <sys/socket.h>
+
+#include "core/clock.h"
+#include "media/media_packet.h"
+#include "support/udp_receiver.h"
+#include "tools/load/load_sender.h"
+#include "tools/load/load_verdict.h"
+#include "utils/utils_str.h"
+
+namespace cv::tools {
+namespace {
+
+constexpr uint64_t run = 0xA1B2C3D4;
+
+/// Two slots, 20 ms apart, with calls of three blocks; the run ends in the middle of the second ones.
+LoadPlan small_plan() {
+  return {.slots = 2, .scripts = 2, .call_blocks = 3, .ramp_ticks = 40, .end_tick = 110};
+}
+
+std::vector<CallScript> silent_scripts() {
+  CallScript script;
+  for (auto& side : script.sides) side.resize(3 * block_samples);
+  return {script, script};
+}
+
+uint64_t packets_of(uint32_t blocks) { return blocks == 0 ? 0 : 2 + 2 * uint64_t{blocks}; }
+
+TEST(LoadSender, PlaysEveryCallOfThePlanWhole) {
+  test::UdpReceiver node;
+  net::Socket socket;
+  const sockaddr_in to{AF_INET, htons(node.port()), {htonl(INADDR_LOOPBACK)}, {}};
+  ASSERT_TRUE(socket.open(0, INADDR_LOOPBACK));
+  ASSERT_EQ(connect(socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+  const LoadPlan plan = small_plan();
+  const auto scripts = silent_scripts();
+  LoadSender sender(plan, scripts, {.rule = 7, .run = run}, socket.descriptor(),
+                    steady_clock().now_us());
+  ASSERT_EQ(sender.start(), 0);
+  ASSERT_EQ(sender.stop(), 0);
+  EXPECT_TRUE(sender.done());
+  EXPECT_EQ(sender.end_tick(), plan.end_tick);
+
+  // What each call's packets must be, in order: START, then side and number of each block, then TERM.
+  std::map<media::Uuid, std::vector<std::array<uint32_t, 3>>> sent, expected;
+  for (const std::string& text : node.texts()) {
+    media::DataPacket packet{};
+    std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
+    const bool data = packet.type == media::PACKET_DATA;
+    sent[packet.uuid].push_back({packet.type, data ? packet.side() : 0U, data ? packet.seq : 0U});
+  }
+  uint64_t packets = 0;
+  const uint32_t lengths[] = {3, 3, 3, 2};
+  for (uint32_t call = 0; call < 4; ++call) {
+    ASSERT_EQ(plan.blocks_until(call, plan.end_tick), lengths[call]);
+    auto& list = expected[load_uuid(run, call)];
+    list.push_back({media::PACKET_START, 0, 0});
+    for (uint32_t seq = 1; seq <= lengths[call]; ++seq) {
+      list.push_back({media::PACKET_DATA, 0, seq});
+      list.push_back({media::PACKET_DATA, 1, seq});
+    }
+    list.push_back({media::PACKET_TERM, 0, 0});
+    packets += packets_of(lengths[call]);
+  }
+  EXPECT_EQ(sent, expected);
+  EXPECT_EQ(sender.packets_sent(), packets);
+  EXPECT_EQ(sender.packets_refused(), 0u);
+}
+
+struct LoadJudgeTest : testing::Test {
+  LoadJudgeTest() {
+    const auto sample = [](uint16_t side, const char* name, uint32_t block) {
+      return Finding{Finding::Kind::sample, side, name, block};
+    };
+    for (CallScript& script : m_scripts) {
+      script.findings = {Finding{Finding::Kind::activity, 0, {}, 0}, sample(1, "busy", 1),
+                         sample(1, "busy", 2)};
+      script.planted = {1, 5000};
+    }
+  }
+  void report(uint32_t call, const std::string& members, int64_t at_us = 0, uint64_t of_run = run) {
+    m_judge.take(R"({"session_uuid": ")" + utils::str::print_uuid(load_uuid(of_run, call).data()) +
+                     "\", " + members + "}",
+                 at_us);
+  }
+
+  const std::string m_activity = R"("type": "audio_activity", "call_side": "originator")";
+  const std::string m_busy =
+      R"("type": "corvanth_detection", "call_side": "terminator", "sample_name": "busy")";
+  const LoadPlan m_plan = small_plan();
+  std::vector<CallScript> m_scripts = silent_scripts();
+  LoadJudge m_judge{m_plan, m_scripts, run, 1000};
+};
+
+TEST_F(LoadJudgeTest, ExpectsWhatTheCallsLengthsGiveAndEachReportOnce) {
+  // Calls of 3, 3, 3 and 2 blocks: the last one ends before its third finding.
+  Verdict verdict = m_judge.verdict(m_plan.end_tick);
+  EXPECT_EQ(verdict.calls, 4u);
+  EXPECT_EQ(verdict.expected, 3u * 3 + 2);
+  EXPECT_EQ(verdict.missing, 11u);
+  for (uint32_t call = 0; call < 4; ++call) {
+    report(call, m_activity);
+    report(call, m_busy);
+    if (call != 3) report(call, m_busy);
+  }
+  verdict = m_judge.verdict(m_plan.end_tick);
+  EXPECT_EQ(verdict.reported, 11u);
+  EXPECT_EQ(verdict.missing + verdict.wrong + verdict.foreign, 0u);
+  EXPECT_TRUE(verdict.examples.empty());
+
+  report(0, m_busy);
+  report(1, R"("type": "corvanth_detection", "call_side": "originator", "sample_name": "busy")");
+  report(2, R"("type": "audio_activity", "call_side": "terminator")");
+  EXPECT_EQ(m_judge.verdict(m_plan.end_tick).wrong, 3u);
+  EXPECT_EQ(m_judge.verdict(m_plan.end_tick).examples.at(1), "wrong: call 1, originator, \"busy\"");
+  report(0, m_activity, 0, run + 1);
+  report(100, m_activity);
+  report(0, R"("type": "corvanth_sample_match")");
+  for (const char* text : {"", "[]", "{\"type\": 1}"}) m_judge.take(text, 0);
+  EXPECT_EQ(m_judge.verdict(m_plan.end_tick).foreign, 6u);
+  EXPECT_EQ(m_judge.verdict(0).calls, 0u) << "broken off before the first";
+}
+
+TEST_F(LoadJudgeTest, MeasuresFromTheRecordingsStartAndFromTheDecidingPacket) {
+  // The second call of the first slot starts 60 ms after the run.
+  report(2, m_busy, 1000 + 60000 + 30000);
+  const Verdict verdict = m_judge.verdict(m_plan.end_tick);
+  EXPECT_EQ(verdict.prompts, 1u);
+  EXPECT_DOUBLE_EQ(verdict.after_start.median_ms, 25);
+  EXPECT_DOUBLE_EQ(verdict.after_packet.largest_ms, 10);
+}
+
+}  // namespace
+}  // namespace cv::tools
