@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
-#include <rapidjson/pointer.h>
 
 #include "medianode/node_identity.h"
 #include "support/fake_clock.h"
@@ -13,7 +12,6 @@ namespace {
 using cv::mn::Configuration;
 using cv::mn::ControlEvents;
 using Lines = std::vector<std::string>;
-using Json = rapidjson::Document;
 
 const std::string sample_config = "corvanth_sample_configuration";
 const std::string deadair_config = "corvanth_deadair_configuration";
@@ -44,19 +42,16 @@ struct Node {
   }
 
   /// What the node logged of the event, besides having received it and what the dispatchers log.
-  Lines receive(const std::string& name, Json& document) {
+  Lines receive(const std::string& name, const std::string& json) {
     cv::test::LogCapture log;
+    rapidjson::Document document;
+    EXPECT_FALSE(document.Parse(json.c_str()).HasParseError()) << json;
     handlers.at(name)(name, &document);
     Lines lines = log.tagged("SERVICE: ");
     EXPECT_FALSE(lines.empty());
     EXPECT_EQ(lines.front(), "SYSTEM event [" + name + "] received");
     lines.erase(lines.begin());
     return lines;
-  }
-  Lines receive(const std::string& name, const std::string& json) {
-    Json document;
-    EXPECT_FALSE(document.Parse(json.c_str()).HasParseError()) << json;
-    return receive(name, document);
   }
 
   /// One sample of rule 1 and its data, for tests that change a running node.
@@ -89,10 +84,10 @@ struct Node {
 };
 
 TEST(NodeIdentity, IsMadeOfTheAddressTowardsTheBrokerAndThePort) {
-  for (const char* broker : {"127.0.0.1:9092", "127.0.0.1", "127.0.0.1:9092,10.1.2.3:9092"}) {
+  for (const char* broker : {"127.0.0.1:9092", "127.0.0.1:9092,10.1.2.3:9092"}) {
     EXPECT_EQ(cv::mn::node_identity(broker, 5060), "corvanth_medianode_127o0o0o1_5060") << broker;
   }
-  for (const char* broker : {"localhost:9092", "127.0.0:9092", "0.0.0.0:9092", ":9092", ""}) {
+  for (const char* broker : {"localhost:9092", "127.0.0:9092", ""}) {
     EXPECT_EQ(cv::mn::node_identity(broker, 5060), "corvanth_medianode__5060") << broker;
   }
 }
@@ -100,13 +95,10 @@ TEST(NodeIdentity, IsMadeOfTheAddressTowardsTheBrokerAndThePort) {
 TEST(ControlEvents, AsksForWhatHasAnotherVersion) {
   Node node;
   node.configuration->m_config_versions[deadair_config] = 4;
-  for (const char* current :
-       {R"({"data":{"another":9}})",
-        R"({"data":{"corvanth_sample_configuration":0,"corvanth_deadair_configuration":4}})"}) {
-    EXPECT_EQ(node.receive("config_versions", current),
-              (Lines{"SYSTEM version is up-to-date, nothing to update"}));
-    EXPECT_TRUE(node.sent.empty());
-  }
+  EXPECT_EQ(node.receive("config_versions",
+                         R"({"data":{"another":9,"corvanth_deadair_configuration":4}})"),
+            (Lines{"SYSTEM version is up-to-date, nothing to update"}));
+  EXPECT_TRUE(node.sent.empty());
   EXPECT_EQ(node.receive("config_versions",
                          R"({"data":{"corvanth_sample_configuration":18446744073709551615,)"
                          R"("corvanth_deadair_configuration":3}})"),
@@ -144,29 +136,22 @@ TEST(ControlEvents, BuildsADatabaseFromConfigurationAndSamples) {
   node.sent.clear();
   node.receive(sample_config,
                R"({"version":7,"data":[
-    {"rule_id":3,"sample_id":7,"threshold":1,"event_object":0,"sample_name":"s"},
-    {"rule_id":3,"sample_id":4294967295,"threshold":1,"event_object":0,"sample_name":"t"},
-    {"rule_id":3,"sample_id":8,"threshold":1,"event_object":0,"sample_name":"u"}]})");
+    {"rule_id":3,"sample_id":7,"threshold":1,"event_object":0},
+    {"rule_id":3,"sample_id":4294967295,"threshold":1,"event_object":0}]})");
   EXPECT_EQ(node.database(3), nullptr);
-  ASSERT_EQ(node.sent.size(), 1u);
-  EXPECT_TRUE(node.sent[0] == request_of(sample_list, R"("ids":[8, 4294967295], )") ||
-              node.sent[0] == request_of(sample_list, R"("ids":[4294967295, 8], )"))
-      << node.sent[0];
+  EXPECT_EQ(node.sent, (Lines{request_of(sample_list, R"("ids":[4294967295], )")}));
 }
 
 TEST(ControlEvents, AppliesDeadAirOptionsPerRule) {
   Node node;
   node.configuration->segment_detection_default_signal_threshold = 11;
   node.configuration->segment_detection_default_silence_hits = 12;
-  EXPECT_EQ(
-      node.receive(deadair_config, R"({"version":9,"data":[
+  EXPECT_EQ(node.receive(deadair_config, R"({"version":9,"data":[
     {"rule_id":1,"dev_threshold":1e2,"pow_threshold":-1,"activity_hits":4294967295,"silence_hits":0},
     {"rule_id":1,"dev_threshold":7,"pow_threshold":7,"activity_hits":7,"silence_hits":7},
-    {"dev_threshold":7}, "rule",
     {"rule_id":2}]})"),
-      (Lines{"ERROR " + mandatory("rule_id"), "ERROR entry of field \"data\" has invalid format",
-             defaulted("dev_threshold"), defaulted("pow_threshold"), defaulted("activity_hits"),
-             defaulted("silence_hits")}));
+            (Lines{defaulted("dev_threshold"), defaulted("pow_threshold"),
+                   defaulted("activity_hits"), defaulted("silence_hits")}));
   EXPECT_EQ(node.version(deadair_config), 9u);
   struct Expected {
     uint64_t rule_id, version;
@@ -185,117 +170,60 @@ TEST(ControlEvents, AppliesDeadAirOptionsPerRule) {
     EXPECT_EQ(options.silence_hits, e.silence);
   }
 
-  // Without rules it still takes the place of the one before; the one in between is never seen.
-  cv::test::LogCapture log;
-  for (const char* json :
-       {R"({"version":10,"data":[{"rule_id":1}]})", R"({"version":11,"data":[]})"}) {
-    Json event;
-    event.Parse(json);
-    node.events.event_on_deadair_configuration(deadair_config, &event);
-  }
+  // Without rules it still takes the place of the one before.
+  node.receive(deadair_config, R"({"version":11,"data":[]})");
   uint64_t version = 77;
   EXPECT_EQ(node.dead_air.get_options(1, version).dev_threshold, 256);
   EXPECT_EQ(version, 0u);
-  EXPECT_EQ(log.count_containing("DEADAIR_DISPATCHER: dead air configuration swapped"), 2u);
-  EXPECT_EQ(log.count_containing("wasn't switched; releasing"), 1u);
 }
 
-/// A member of an event that is well-formed as a whole, and what becomes of it.
-struct Member {
-  std::string event, place;  // a JSON pointer
-  std::string takes;         // of the kinds of values below
-  std::string missing;       // the line's level when it is left out; none: the event still applies
-
-  bool in_entry() const { return place.starts_with("/data/0"); }
-  std::string name() const { return place.substr(place.rfind('/') + 1); }
-};
-
-const char* event_with_all_members(const std::string& name) {
-  if (name == sample_config) {
-    return R"({"version":6,"data":[{"rule_id":3,"sample_id":7,"threshold":1,"event_object":1,)"
-           R"("sample_name":"s"}]})";
-  }
-  if (name == deadair_config) {
-    return R"({"version":6,"data":[{"rule_id":3,"dev_threshold":1,"pow_threshold":1,)"
-           R"("activity_hits":1,"silence_hits":1}]})";
-  }
-  if (name == sample_list) return R"({"data":{"id":7,"hash":"00"}})";
-  return R"({"data":{"corvanth_sample_configuration":5}})";
-}
-
-/// The event is refused; an entry alone is, when the member stands in one.
-void expect_refused(const Member& member, Json& event, const std::string& line) {
-  Node node;
-  node.run_a_database();
-  const auto before = node.database(1);
-  const Lines lines = node.receive(member.event, event);
-  if (member.in_entry()) {
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
-  } else {
-    EXPECT_EQ(lines, Lines{line});
-  }
-  const uint64_t refused_version = member.event == sample_config ? 5 : 0;
-  EXPECT_EQ(node.version(member.event), member.in_entry() ? 6 : refused_version);
-  uint64_t version = 0;
-  node.dead_air.get_options(3, version);
-  EXPECT_EQ(version, 0u);
-  EXPECT_EQ(node.database(3), nullptr);
-  EXPECT_EQ(node.database(1) == before, !member.in_entry() || member.event != sample_config);
-  EXPECT_TRUE(node.sent.empty());
-}
-
-TEST(ControlEvents, TakesNoMemberForWhatItIsNot) {
-  const Member members[] = {
-      {sample_config, "/version", "uU", "ERROR"},
-      {sample_config, "/data", "a", "ERROR"},
-      {sample_config, "/data/0/rule_id", "uU", "ERROR"},
-      {sample_config, "/data/0/sample_id", "uU", "ERROR"},
-      {sample_config, "/data/0/threshold", "uUndh", "ERROR"},
-      {sample_config, "/data/0/event_object", "0tunUhdsao", "WARNING"},
-      {sample_config, "/data/0/sample_name", "s", ""},
-      {deadair_config, "/version", "uU", "ERROR"},
-      {deadair_config, "/data", "a", "ERROR"},
-      {deadair_config, "/data/0/rule_id", "uU", "ERROR"},
-      {deadair_config, "/data/0/dev_threshold", "uUndh", ""},
-      {deadair_config, "/data/0/pow_threshold", "uUndh", ""},
-      {deadair_config, "/data/0/activity_hits", "u", ""},
-      {deadair_config, "/data/0/silence_hits", "u", ""},
-      {sample_list, "/data", "o", "ERROR"},
-      {sample_list, "/data/id", "uU", "ERROR"},
-      {sample_list, "/data/hash", "s", "ERROR"},
-      {"config_versions", "/data", "o", ""},
-      {"config_versions", "/data/corvanth_sample_configuration", "uU", ""},
+// What stands in an entry costs the entry, anything else the event; what was in force stays.
+TEST(ControlEvents, RefusesMembersThatAreMissingOrAreNotWhatTheyShouldBe) {
+  const std::string sample = R"("rule_id":3,"sample_id":7,"threshold":1,"event_object":1)";
+  const auto samples = [](const std::string& entry) {
+    return R"({"version":6,"data":[{)" + entry + "}]}";
   };
-  const std::pair<char, const char*> values[] = {
-      {'0', "null"},
-      {'t', "true"},
-      {'u', "1"},
-      {'n', "-1"},
-      {'U', "4294967296"},
-      {'h', "18446744073709551616"},
-      {'d', "1.5"},
-      {'s', "\"1\""},
-      {'a', "[1]"},
-      {'o', "{\"rule_id\":1}"},
+  const struct {
+    std::string event, json, line;
+    uint64_t version;  // recorded of the event's configuration
+  } cases[] = {
+      {sample_config, R"({"data":[]})", "ERROR " + mandatory("version"), 5},
+      {sample_config, R"({"version":-1,"data":[]})", invalid("version"), 5},
+      {sample_config, R"({"version":6,"data":{}})", invalid("data"), 5},
+      {sample_config, samples(R"("rule_id":3,"threshold":1)"), "ERROR " + mandatory("sample_id"),
+       6},
+      {sample_config, samples(R"("rule_id":3,"sample_id":7,"threshold":1)"),
+       "WARNING " + mandatory("event_object"), 6},
+      {sample_config, samples(sample + R"(,"sample_name":1)"), invalid("sample_name"), 6},
       // Beyond a double's range, and still taken by the parser.
-      {'i', "17976931348623157000e300"}};
-  for (const Member& member : members) {
-    SCOPED_TRACE(member.event + member.place);
-    const rapidjson::Pointer place(member.place.c_str());
-    Json event;
-    for (const auto& [kind, text] : values) {
-      if (member.takes.find(kind) != member.takes.npos) continue;
-      SCOPED_TRACE(text);
-      event.Parse(event_with_all_members(member.event));
-      Json value(&event.GetAllocator());
-      value.Parse(text);
-      place.Set(event, value);
-      expect_refused(member, event, invalid(member.name()));
-    }
-    if (member.missing.empty()) continue;
-    event.Parse(event_with_all_members(member.event));
-    place.Erase(event);
-    expect_refused(member, event, member.missing + " " + mandatory(member.name()));
+      {sample_config, samples(sample + "7976931348623157000e300"), invalid("event_object"), 6},
+      {sample_config, samples(R"("rule_id":1.5,"sample_id":7,"threshold":1,"event_object":1)"),
+       invalid("rule_id"), 6},
+      {sample_config, R"({"version":6,"data":["entry"]})", invalid("data").insert(6, "entry of "),
+       6},
+      {deadair_config, R"({"version":6})", "ERROR " + mandatory("data"), 0},
+      {deadair_config, samples(R"("rule_id":3,"dev_threshold":"1")"), invalid("dev_threshold"), 6},
+      {deadair_config, samples(R"("rule_id":3,"activity_hits":4294967296)"),
+       invalid("activity_hits"), 6},
+      {sample_list, R"({"data":{"id":7}})", "ERROR " + mandatory("hash"), 0},
+      {sample_list, R"({"data":{"id":7,"hash":1}})", invalid("hash"), 0},
+      {"config_versions", R"({"data":{"corvanth_sample_configuration":"5"}})",
+       invalid("corvanth_sample_configuration"), 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.event + c.json);
+    Node node;
+    node.run_a_database();
+    const auto before = node.database(1);
+    const Lines lines = node.receive(c.event, c.json);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), 1) << testing::PrintToString(lines);
+    EXPECT_EQ(node.version(c.event), c.version);
+    EXPECT_EQ(node.database(1) == before, c.event != sample_config || c.version == 5);
+    EXPECT_EQ(node.database(3), nullptr);
+    uint64_t version = 0;
+    node.dead_air.get_options(3, version);
+    EXPECT_EQ(version, 0u);
+    EXPECT_TRUE(node.sent.empty());
   }
 }
 
