@@ -59,24 +59,16 @@ TEST(MediaPacket, LiesOnTheWireAsDocumented) {
 
 TEST(MediaPacket, TheCallIdEndsAtItsFirstNulOrWithThePacket) {
   auto fields = start_fields();
-  const std::string longest(max_call_id_bytes, 'x');
-  for (const auto& [written, read] :
-       std::vector<std::pair<std::string, std::string>>{{"", ""},
-                                                        {std::string("ca\0ll", 5), "ca"},
-                                                        {std::string(1, '\0'), ""},
-                                                        {longest, longest}}) {
-    fields.call_id = written;
-    EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), read);
-  }
+  EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), "ab");
+  const std::string with_nul("ca\0ll", 5);
+  fields.call_id = with_nul;
+  EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), "ca");
 }
 
 TEST(MediaPacket, WriterRefusesWhatDoesNotFitADatagram) {
   Datagram out;
   const std::vector<int16_t> samples(max_data_samples + 1);
   DataFields data;
-  data.samples = std::span(samples).first(max_data_samples);
-  EXPECT_TRUE(write_data(call.key(), 0, data, out));
-  EXPECT_EQ(out.size(), 1376u);
   data.samples = samples;
   EXPECT_FALSE(write_data(call.key(), 0, data, out));
   EXPECT_TRUE(out.empty());
@@ -90,33 +82,16 @@ TEST(MediaPacket, WriterRefusesWhatDoesNotFitADatagram) {
 
 TEST(MediaPacket, TraceLines) {
   const std::string uuid_field = ", uuid: a0010203-0405-0607-0809-0a0b0c0d0eff";
-  const auto start_line = [&](const char* flags, const char* leg, const char* rule) {
-    return std::string("START | mt: 77, v: 2, f: ") + flags + uuid_field +
-           ", ts: 1230066625199609624, leg: " + leg + ", call id: ab, id: 578437695752307201, " +
-           "sync ts: 3, sync mt: 4, ft: RR-SA-" + rule;
-  };
-  auto fields = start_fields();
-  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
-            start_line("RN", "outbound", ", rule: 5"));
-  fields.flags = 0x3E;
-  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(fields, 77))),
-            start_line("--", "inbound", ""));
-
-  Viewed<TerminatePacket> term(call.terminate(78));
-  term->flags = 200;
-  EXPECT_EQ(trace_text(*term), "TERM  | mt: 78, v: 2, f: 200" + uuid_field);
-
+  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(start_fields(), 77))),
+            "START | mt: 77, v: 2, f: RN" + uuid_field +
+                ", ts: 1230066625199609624, leg: outbound, call id: ab, id: 578437695752307201, "
+                "sync ts: 3, sync mt: 4, ft: RR-SA-, rule: 5");
   Viewed<DataPacket> data(call.data(1, 4294967295, std::array<int16_t, 2>{}, 79));
   data->off = 160;
   EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: -" + uuid_field +
                                    ", side: 1, seq: 4294967295, num: 2, off: 160");
-  data->param = 0x80;
-  data->flags = 0xFE;
-  EXPECT_TRUE(
-      trace_text(*data).starts_with("DATA  | mt: 79, v: 2, f: S" + uuid_field + ", side: 0"));
-
-  EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.control(3, 80))),
-            "CTRL  | mt: 80, v: 2, f: 0, c: 3" + uuid_field);
+  EXPECT_EQ(trace_text(*Viewed<TerminatePacket>(call.terminate(78))),
+            "TERM  | mt: 78, v: 2, f: 0" + uuid_field);
   EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.feature_update(0x34, 80))),
             "CTRL  | mt: 80, v: 2, f: 128, c: 0" + uuid_field + ", ft: --SS-A");
 }
