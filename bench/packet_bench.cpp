@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "media/media_packet_reader.h"
 #include "medianode/media_pipeline.h"
 #include "plain_packet_path.h"
 #include "ratio_main.h"
+#include "stepped_reader.h"
 #include "stopwatch.h"
 #include "support/packet_builder.h"
 
@@ -58,16 +58,6 @@ class Fast {
           packet.samples(), 1, no_frames, nullptr);
     }
     NoFrames no_frames;
-  };
-
-  /// Does by hand what the reader's thread does in a turn.
-  struct SteppedReader : media::PacketReader {
-    using PacketReader::PacketReader;
-    void step() {
-      on_queue_try();
-      if (!m_queue.empty()) on_queue_read(m_queue.take());
-      store_depth();
-    }
   };
 
   struct ListenedManager : Manager {

@@ -1,0 +1,19 @@
+// The packet reader without its thread.
+#pragma once
+
+#include "media/media_packet_reader.h"
+
+namespace cv::bench {
+
+struct SteppedReader : media::PacketReader {
+  using PacketReader::PacketReader;
+
+  /// What the reader's thread does in a turn.
+  void step() {
+    on_queue_try();
+    if (!m_queue.empty()) on_queue_read(m_queue.take());
+    store_depth();
+  }
+};
+
+}  // namespace cv::bench
