@@ -24,6 +24,11 @@ constexpr uint64_t consume_timeout_ms = 1;
 
 constexpr int database_check_ms = 100;
 
+// At 1,500 calls this takes the receiving thread from 29 % of a processor to 18 %. A finding needs
+// tenths of a second of audio; even the system's default receive buffer holds 166 packets, and 1,000
+// calls send 50 in this time.
+constexpr int32_t gather_us = 500;
+
 /// A worker that is stopped when its scope ends.
 class RunningThread {
  public:
@@ -173,6 +178,7 @@ void Service::request_configurations(ControlEvents& events) {
 
 void Service::receive_media(net::Socket& socket, media::PacketReader& packet_reader) {
   socket.set_interrupt(wake_descriptor(), &Service::acknowledge_wake);
+  socket.set_gathering(gather_us);
   net::Socket::Buffer& buffer = socket.read();
   while (!stop_requested()) {
     buffer.length = socket.read(buffer.data, sizeof buffer.data);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -75,6 +76,7 @@ std::size_t Socket::read(unsigned char* buffer, std::size_t size) {
     if (error == EINTR) return interrupted();
     if (error != EAGAIN && error != EWOULDBLOCK) fail_read(error);
     if (!wait_for_data()) return interrupted();
+    let_gather();
   }
   return m_batch->take(buffer, size);
 }
@@ -108,6 +110,14 @@ bool Socket::wait_for_data() {
     fail_read(errno);
   }
   return waits[1].revents == 0;
+}
+
+// A busy source sends a packet every few microseconds. Woken by the first, a thread would take it
+// alone and wait again: most of its time would go into waking up.
+void Socket::let_gather() const {
+  if (m_gather_us == 0) return;
+  const timespec pause{0, m_gather_us * 1000};
+  clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
 }
 
 std::size_t Socket::interrupted() {

@@ -51,6 +51,10 @@ class Socket {
   /// on the reading thread before such a read returns; it is to make the descriptor unreadable.
   void set_interrupt(int descriptor, std::function<void()> on_interrupted);
 
+  /// How long read() lets further datagrams gather once a wait has ended, less than a second: they then
+  /// come in one batch. 0, the default, for a socket that is to answer at once.
+  void set_gathering(int32_t gather_us) { m_gather_us = gather_us; }
+
   /// Waits for one datagram; its length in bytes, cut to `size`. 0 when interrupted (or when the
   /// datagram was empty). Any other failure means that the node has lost its ears: it is logged and
   /// ends the process with status -1.
@@ -85,10 +89,12 @@ class Socket {
   void say_dropped(uint64_t count) const;
   int wait_timeout_ms() const;
   bool wait_for_data();
+  void let_gather() const;
   std::size_t interrupted();
   [[noreturn]] void fail_read(int error);
 
   int m_receive_buffer_bytes = 0;
+  int32_t m_gather_us = 0;
   int m_descriptor = -1;
   int m_interrupt_descriptor = -1;
   std::function<void()> m_on_interrupted;
