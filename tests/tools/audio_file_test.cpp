@@ -24,14 +24,6 @@ class AudioFile : public testing::Test {
     EXPECT_TRUE(result) << error;
     return result.value_or(std::vector<int16_t>());
   }
-  Fingerprint fingerprint(const std::vector<float>& samples, unsigned phases) {
-    test::write_sound(m_path, samples, 8000, 1);
-    std::string error;
-    const auto result = fingerprint_file(m_path, phases, error);
-    EXPECT_TRUE(result) << error;
-    return result.value_or(Fingerprint());
-  }
-
   test::TemporaryFolder m_folder;
   std::string m_path = m_folder / "a.wav";
 };
@@ -41,7 +33,6 @@ TEST_F(AudioFile, EveryRateAndNumberOfChannelsComesToTheSameLengthAndLevel) {
     int rate_hz, channels, format;
   } table[] = {{8000, 1, wav},
                {44100, 2, wav},
-               {48000, 1, float_wav},
                {16000, 6, SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
                {8000, 1, SF_FORMAT_WAV | SF_FORMAT_ULAW}};
   for (const auto& [rate_hz, channels, format] : table) {
@@ -56,32 +47,26 @@ TEST_F(AudioFile, EveryRateAndNumberOfChannelsComesToTheSameLengthAndLevel) {
 }
 
 TEST_F(AudioFile, BitsAreKeptChannelsAveragedAndPeaksClipped) {
-  std::vector<int16_t> all;
-  for (int value = -32768; value <= 32767; ++value) all.push_back(static_cast<int16_t>(value));
-  EXPECT_EQ(read(all), all);
+  const std::vector<int16_t> samples = {-32768, -32767, -1, 0, 1, 257, 32767};
+  EXPECT_EQ(read(samples), samples);
   EXPECT_EQ(read(std::vector<float>{0.5F, -0.25F, 1.0F, 0.0F}, 8000, 2, float_wav),
             (std::vector<int16_t>{4096, 16384}));
   EXPECT_EQ(read(std::vector<float>{1.5F, -1.5F, 1.0F}, 8000, 1, float_wav),
             (std::vector<int16_t>{32767, -32768, 32767}));
 }
 
-TEST_F(AudioFile, WhatIsNoAudioIsRefusedWithAReason) {
-  std::string error;
-  EXPECT_FALSE(read_audio(m_folder.write("text.wav", "no audio"), error));
-  EXPECT_FALSE(error.empty());
-}
-
 TEST_F(AudioFile, AFingerprintCountsFramesOfOnePhaseAndGrowsWithPhases) {
-  EXPECT_EQ(fingerprint(std::vector<float>(255, 0.1F), 4).frames, 0u);
-  EXPECT_EQ(fingerprint(std::vector<float>(383, 0.1F), 4).frames, 1u);
-  EXPECT_EQ(fingerprint(std::vector<float>(384, 0.1F), 4).frames, 2u);
+  std::string error;
+  EXPECT_FALSE(fingerprint_file(m_folder.write("text.wav", "no audio"), 4, error));
+  EXPECT_FALSE(error.empty());
   // A chirp: no two frames alike.
   std::vector<float> chirp;
   for (int i = 0; i < 16000; ++i) {
     chirp.push_back(static_cast<float>(0.5 * std::sin(1e-5 * i * i + 0.2 * i)));
   }
-  const Fingerprint one = fingerprint(chirp, 1);
-  const Fingerprint four = fingerprint(chirp, 4);
+  test::write_sound(m_path, chirp, 8000, 1);
+  const Fingerprint one = fingerprint_file(m_path, 1, error).value();
+  const Fingerprint four = fingerprint_file(m_path, 4, error).value();
   EXPECT_EQ(one.frames, 124u);
   EXPECT_GT(four.points, one.points);
   EXPECT_EQ(four.packet.size(), 8 + 8 * four.points);

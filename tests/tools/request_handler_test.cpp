@@ -79,20 +79,11 @@ TEST(AnswerRequest, EveryRequestOfTheProtocolGetsItsEventsOnTheTopicItNames) {
 
 TEST(AnswerRequest, WhatIsNoRequestGetsALogLineAndNoAnswer) {
   const std::string table[] = {
-      "",
-      "[]",
       R"({"type":"get_versions"})",
-      R"({"type":"get_versions", "config_topic":7})",
-      R"({"type":"get_versions", "config_topic":""})",
       R"({"type":"get_version", "config_topic":"N"})",
-      R"({"type":{}, "config_topic":"N"})",
       asking_for(R"("other")"),
-      asking_for("[" + list + "]"),
-      asking_for(list, R"(,"ids":"42")"),
       asking_for(list, R"(,"ids":[42,"43"])"),
       asking_for(list, R"(,"ids":[4294967296])"),
-      asking_for(list, R"(,"ids":[-1])"),
-      std::string(100000, '['),
       std::string(100, '[') + std::string(100, ']'),
   };
   for (const std::string& request : table) {

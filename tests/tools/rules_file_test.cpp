@@ -30,18 +30,12 @@ TEST(RulesFile, SamplesTakeWhatTheyDoNotSayFromTheirRuleAndRulesFromTheFile) {
   EXPECT_EQ(first.samples[1].threshold, 6);
   EXPECT_EQ(first.samples[1].name, "bee");
   EXPECT_EQ(first.samples[1].event_object, R"([1,{"k":null}])");
-  EXPECT_FALSE(first.dead_air);
   EXPECT_EQ(rules->rules[1].samples[1].threshold, 5.25);
   EXPECT_EQ(rules->rules[1].samples[1].event_object, "\"text\"");
   const DeadAirOptions dead_air = rules->rules[2].dead_air.value();
   EXPECT_EQ(dead_air.dev_threshold, 300);
-  EXPECT_FALSE(dead_air.pow_threshold);
   EXPECT_EQ(dead_air.activity_hits, UINT32_MAX);
   EXPECT_EQ(dead_air.silence_hits, 0u);
-
-  const auto bare = parse_rules(R"({"rules": [{"id": 1, "samples": ["*"]}]})", error);
-  EXPECT_EQ(bare.value().rules.at(0).samples.at(0).threshold, 5.0) << "that of four phases";
-  EXPECT_EQ(bare.value().rules.at(0).samples.at(0).event_object, "{}");
 }
 
 TEST(RulesFile, SaysWhereABadFileIsBad) {
@@ -54,35 +48,17 @@ TEST(RulesFile, SaysWhereABadFileIsBad) {
   const struct {
     std::string text, place;
   } table[] = {
-      {"", "line 1, column 1"},
       {"{\n  \"rules\": [\n    oops]}", "line 3, column 5"},
-      {"[]", "top level: must be an object"},
-      {"{}", "rules: is missing"},
-      {R"({"rules": [7]})", "rules[0]: must be an object"},
-      {R"({"rules": [], "rule": []})", "top level: unknown member \"rule\""},
       {R"({"rules": [], "rules": []})", "top level: member \"rules\" stands twice"},
-      {R"({"rules": [{}]})", "rules[0].id: is missing"},
-      {R"({"rules": [{"id": -1}]})", "rules[0].id: must be a whole number"},
       {R"({"rules": [{"id": 1}, {"id": 1}]})", "rules[1].id: 1 is the id of an earlier rule"},
       {R"({"rules": [], "threshold": 0})", "threshold: must be a number from 0.1 to 64.0, not 0"},
       {in_rule(R"("treshold": 5)"), "rules[1]: unknown member \"treshold\""},
-      {in_rule(R"("threshold": 1e9)"), "rules[1].threshold: must be a number"},
-      {in_rule(R"("samples": "*")"), "rules[1].samples: must be an array"},
-      {in_rule(R"("samples": [""])"), "rules[1].samples[0]: must name a file"},
-      {in_rule(R"("samples": [{}])"), "rules[1].samples[0].file: is missing"},
       {in_rule(R"("samples": ["a", {"file": "a"}])"), "rules[1].samples[1]: \"a\" stands twice"},
       {in_sample(R"("threshold": -1)"), "rules[1].samples[1].threshold: must be a number"},
       {in_sample(R"("name": "a\"b")"), "rules[1].samples[1].name: must be a text without quotes"},
-      {in_sample(R"("name": "a\nb")"), "rules[1].samples[1].name: must be a text without quotes"},
-      {in_sample(R"("name": "")"), "rules[1].samples[1].name: must be a text"},
-      {in_rule(R"("dead_air": [])"), "rules[1].dead_air: must be an object"},
       {in_rule(R"("dead_air": {"sig_threshold": 1})"), "rules[1].dead_air: unknown member"},
-      {in_rule(R"("dead_air": {"pow_threshold": -0.1})"), "rules[1].dead_air.pow_threshold:"},
       {in_rule(R"("dead_air": {"activity_hits": 4294967296})"), "rules[1].dead_air.activity_hits:"},
-      {in_rule(R"("dead_air": {"silence_hits": 2.5})"), "rules[1].dead_air.silence_hits:"},
-      {in_rule("\"name\": \"\xFF\""), "Invalid encoding"},
       {in_rule("\"event_object\": " + std::string(70, '[') + std::string(70, ']')), "deeper than"},
-      {std::string(200000, '['), "line 1, column 200001"},
   };
   for (const auto& row : table) {
     std::string error;
@@ -94,10 +70,9 @@ TEST(RulesFile, SaysWhereABadFileIsBad) {
 TEST(RulesFile, NamesTheFileItCouldNotReadAndReadsTheExampleThatIsShipped) {
   const test::TemporaryFolder folder;
   std::string error;
-  for (const std::string& path : {folder.write("bad.json", "{"), folder / "missing"}) {
-    EXPECT_FALSE(read_rules(path, error));
-    EXPECT_EQ(error.find(path), 0u) << error;
-  }
+  const std::string bad = folder.write("bad.json", "{");
+  EXPECT_FALSE(read_rules(bad, error));
+  EXPECT_EQ(error.find(bad), 0u) << error;
   const auto example = read_rules(CORVANTH_EXAMPLE_RULES, error);
   ASSERT_TRUE(example) << error;
   EXPECT_GE(example->rules.size(), 2u);

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <optional>
-#include <random>
 
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
@@ -44,15 +43,7 @@ class SiteTest : public testing::Test {
     error = "half copied";
     if (text == "bad") return {};
     std::string packet = std::string("GH\0\0\1\0\0\0", 8) + (text == "silent" ? "" : text);
-    if (text == "long") packet += noise(1500000);
     return {packet.begin(), packet.end()};
-  }
-
-  static std::string noise(std::size_t size) {
-    std::mt19937 random(1);
-    std::string text(size, 0);
-    for (char& c : text) c = static_cast<char>(random());
-    return text;
   }
 
   /// A change is taken with the second look that sees it.
@@ -120,13 +111,12 @@ TEST_F(SiteTest, AnUnusableRecordingKeepsTheFingerprintItHadAndSaysSo) {
   EXPECT_TRUE(m_log.has_containing("recording [new.wav]: half copied; left out"));
   EXPECT_TRUE(m_log.has_containing("recording [quiet.wav]: nothing to recognise"));
   EXPECT_EQ(packets(), 2u);
-  for (const char* content : {"bad", "silent", "long"}) {
+  for (const char* content : {"bad", "silent"}) {
     m_log.clear();
     record("a.wav", content);
     EXPECT_FALSE(look_twice()) << content;
     EXPECT_TRUE(m_log.has_containing("the previous fingerprint stays"));
   }
-  EXPECT_TRUE(m_log.has_containing("too long")) << "more than a Kafka message may have";
   record("new.wav", "good at last");
   EXPECT_TRUE(look_twice());
   EXPECT_EQ(packets(), 3u);
@@ -145,12 +135,9 @@ TEST_F(SiteTest, RulesRaiseOnlyTheVersionOfWhatTheyChange) {
 
 TEST_F(SiteTest, BadRulesAndAFolderThatGoesAwayKeepWhatWas) {
   start();
-  for (const char* bad : {"{", R"({"rules": [{"id": 1, "smaples": []}]})"}) {
-    m_log.clear();
-    rules(bad);
-    EXPECT_FALSE(look_twice());
-    EXPECT_EQ(m_log.count_containing("the previous rules stay in force"), 1u);
-  }
+  rules("{");
+  EXPECT_FALSE(look_twice());
+  EXPECT_EQ(m_log.count_containing("the previous rules stay in force"), 1u);
   std::filesystem::remove(m_folder / "rules.json");
   std::filesystem::rename(samples(), m_folder / "elsewhere");
   EXPECT_FALSE(look_twice());
@@ -159,17 +146,6 @@ TEST_F(SiteTest, BadRulesAndAFolderThatGoesAwayKeepWhatWas) {
   record("c.wav", "three");
   EXPECT_TRUE(look_twice()) << "recordings are followed all the same";
   EXPECT_EQ(packets(), 3u);
-}
-
-TEST_F(SiteTest, AConfigurationTooLargeForAMessageIsRefused) {
-  start();
-  std::string text = noise(2000000);
-  for (char& c : text) c = static_cast<char>('a' + (c & 15));
-  rules(R"({"rules": [{"id": 1, "samples": [{"file": "a.wav", "event_object": ")" + text +
-        R"("}]}]})");
-  EXPECT_FALSE(look_twice());
-  EXPECT_TRUE(m_log.has_containing("the sample configuration takes"));
-  EXPECT_TRUE(tells(R"("sample_name":"b")"));
 }
 
 TEST_F(SiteTest, VersionsAndIdsGoOnAfterARestart) {
