@@ -104,8 +104,8 @@ def main():
     print(machine_line() + "\n")
     print_targets(medians)
     print("\nTwo more are tests, since they count and do not measure: no packet of a burst is lost "
-          "while the reader\nstalls (`tests/net`), and a warm stream allocates nothing but vote tables "
-          "(`tests/medianode`).\n")
+          "while the reader\nstalls (`tests/net`), and a warm stream allocates nothing but vote tables and "
+          "blocks of its points\n(`tests/medianode`).\n")
     print("## All pairs\n\nfast: the time of one point, packet, item, report or second of audio, or of "
           "one build.\n")
     print_pairs(medians)
