@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "matching_material.h"
-#include "medianode/pipeline.h"
 #include "ratio_main.h"
 #include "stepped_reader.h"
 #include "stopwatch.h"
+#include "support/pipeline.h"
 #include "support/plain_samples_detector.h"
 #include "support/plain_spectrum.h"
 #include "support/recordings.h"

@@ -7,7 +7,7 @@
 
 #include "audio/audio_fingerprint.h"
 #include "media/media_packet_reader.h"
-#include "medianode/pipeline.h"
+#include "support/pipeline.h"
 #include "support/recordings.h"
 
 namespace {
