@@ -22,6 +22,7 @@ import running_site
 
 RAMP_S = 8
 SEARCH_S = 15
+WINDOW_S = 15
 # Bisection ends when the bounds are this close.
 RESOLUTION = 0.05
 # A generator that is later has not put the load on the node that it was asked for.
@@ -102,7 +103,8 @@ class Trial:
             [self.site.tool, "load", str(running_site.prompts_folder("fr")), "--json",
              "--to", f"127.0.0.1:{self.site.media_port}", "--samples", str(self.site.samples),
              "--rules", str(self.site.rules), "--rule", str(running_site.RULE), "--calls", str(calls),
-             "--ramp", str(RAMP_S), "--duration", str(seconds), "--call-length", str(self.options.call_length)],
+             "--ramp", str(RAMP_S), "--duration", str(seconds), "--call-length", str(self.options.call_length),
+             "--scripts", str(self.options.scripts)],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         # While it fingerprints nothing is sent; the packets say when the calls begin.
         samples = []
@@ -126,18 +128,25 @@ class Trial:
         return result
 
     def watch(self, load, before, seconds, samples):
-        """What the node and the generator use in the middle of the time with all calls."""
+        """What the node and the generator use in the time with all calls, and how that goes on."""
         started = before["packet queue passed elements number"]
         while load.poll() is None and self.syslog.counters["packet queue passed elements number"] == started:
             time.sleep(0.2)
         time.sleep(RAMP_S)
         if load.poll() is not None:
             return
+        begin = time.monotonic()
         node, generator = Processors(self.node), Processors(load.pid)
-        time.sleep(seconds * 0.6)
-        if load.poll() is not None:
-            return
-        samples.append({"node_cpu": node.shares(), "load_cpu": generator.shares(), "node_mib": resident_mib(self.node)})
+        timeline = []
+        while time.monotonic() - begin < seconds * 0.6:
+            window = Processors(self.node)
+            time.sleep(min(WINDOW_S, seconds * 0.6))
+            if load.poll() is not None:
+                return
+            timeline.append({"at_s": round(RAMP_S + time.monotonic() - begin, 1),
+                             "node_cpu": window.shares(), "node_mib": resident_mib(self.node)})
+        samples.append({"node_cpu": node.shares(), "load_cpu": generator.shares(),
+                        "node_mib": timeline[-1]["node_mib"], "timeline": timeline})
 
     @staticmethod
     def reasons(result):
@@ -223,6 +232,7 @@ def main():
     parser.add_argument("--start", type=int, default=500, help="the search's first number of calls (default: 500)")
     parser.add_argument("--seconds", type=int, default=60, help="length of a full run (default: 60)")
     parser.add_argument("--call-length", type=int, default=60, help="seconds of a call (default: 60)")
+    parser.add_argument("--scripts", type=int, default=64, help="different calls (default: 64)")
     parser.add_argument("--json", type=pathlib.Path, help="write all results to this file, too")
     options = parser.parse_args()
     results = []
