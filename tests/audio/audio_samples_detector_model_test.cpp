@@ -75,9 +75,7 @@ struct Kind {
 const Kind kinds[] = {
     {"plain samples", 80, 1, 0, 0, 0},
     {"wild offsets everywhere", 80, 1, 20, 0, 0},
-    {"several points a frame", 60, 4, 0, 7, 0},
     {"frames that wrap", 100, 2, 0, 0xFFFFFF00, 0},
-    {"gaps longer than the samples", 50, 2, 500, 0, 1000},
     {"gaps of years", 50, 1, 0, 5, 1u << 30},
     {"frames that go back", 80, 1, 0, 1000, 0, true},
     {"everything at once", 80, 3, 300, 0xFFFFFF80, 300, true},
@@ -156,28 +154,14 @@ TEST(SamplesDetectorModel, AgreesOnRandomPoints) {
       Random random(kind, seed);
       const auto samples = random.samples();
       Pair pair(samples, drifts[seed]);
-      const Points stream = random.stream(samples, test::scaled(1200));
-      const auto middle = stream.begin() + static_cast<std::ptrdiff_t>(stream.size() / 3);
-      pair.hear({stream.begin(), middle});
+      pair.hear(random.stream(samples, test::scaled(600)));
       pair.compare();
-      pair.hear({middle, stream.end()});
+      pair.hear(random.stream(samples, test::scaled(600)));
       announced += pair.compare();
       if (HasFailure()) return;
     }
     EXPECT_GT(announced, 200u / test::slowdown) << kind.name;
   }
-}
-
-/// A shift passes 255 votes unnoticed: two shifts and the one between them have had more at one stroke.
-TEST(SamplesDetectorModel, AgreesOnManyVotesBehindABetterShift) {
-  Points call;
-  for (uint32_t frame = 0; frame < 400; ++frame) call.push_back({5, 1000 + 5 * frame});
-  for (const uint32_t frame : {4000u, 4002u}) call.insert(call.end(), 150, {5, frame});
-  call.push_back({6, 4004});
-  call.insert(call.end(), 5000, {5, 4100});
-  Pair pair({make_sample(1, {{5, 0}, {6, 3}}, 10.0)}, 1);
-  pair.hear(call);
-  EXPECT_EQ(pair.compare(), 1u);
 }
 
 /// A minute or less of prompts in turn, none on a multiple of the hop.
@@ -207,7 +191,6 @@ TEST(SamplesDetectorModel, AgreesOnRecordedSpeech) {
     std::size_t announced = 0;
     for (const Points& call : calls) {
       for (uint8_t drift = 0; drift <= 3; ++drift) {
-        SCOPED_TRACE(&call - calls);
         SCOPED_TRACE(int{drift});
         Pair pair(samples, drift);
         pair.hear(call);

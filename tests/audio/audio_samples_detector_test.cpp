@@ -55,27 +55,12 @@ TEST(SamplesDetector, AnnouncesAndListsShiftsThatStandOut) {
       // Neighbours within the drift count.
       {3, 0, {{100, 4}, {101, 4}}, {}, 0, 0},
       {3, 1, {{100, 4}, {101, 4}}, {101}, 101, 3},
-      {3, 1, {{98, 4}, {100, 4}}, {}, 0, 0},
-      {3, 3, {{97, 4}, {103, 3}, {100, 1}}, {100}, 100, 3},
-      {3, 255, {{-155, 3}, {355, 4}, {100, 1}}, {100}, 100, 3},
       // Nothing within eight frames of an announcement.
-      {0,
-       1,
-       {{100, 1}, {92, 1}, {108, 1}, {109, 1}, {91, 1}},
-       {100, 109, 91},
-       109,
-       std::log2(8.0 / 3)},
-      // Votes at other shifts count against one; silenced ones count all the same.
+      {0, 1, {{100, 1}, {92, 1}, {108, 1}, {109, 1}}, {100, 109}, 109, std::log2(3)},
+      // Votes at other shifts count against one.
       {3, 1, {{100, 8}, {105, 30}}, {100}, 0, 0},
-      {3,
-       1,
-       {{100, 8}, {105, 30}, {200, 2}, {300, 2}, {400, 1}},
-       {100},
-       105,
-       std::log2(120.0 / 13)},
       // On a tie the earlier shift stays.
       {0, 1, {{100, 3}, {500, 3}}, {100, 500}, 100, 0},
-      {0, 1, {{100, 3}, {500, 4}}, {100, 500}, 500, std::log2(4.0 / 3)},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
@@ -90,21 +75,15 @@ TEST(SamplesDetector, AnnouncesAndListsShiftsThatStandOut) {
 }
 
 TEST(SamplesDetector, StartsAnewAfterAReset) {
-  Votes votes(3.0, 0);
+  Votes votes(3.0, 1);
   const auto database = votes.detector.database();
-  votes.vote(100, 8);
+  votes.vote(100, 7);
   votes.detector.reset();
-  EXPECT_FALSE(votes.detector.database());
-  EXPECT_TRUE(votes.listed().empty());
   votes.detector.set_database(database);
-  votes.vote(100, 4);
-  votes.vote(101, 3);
+  votes.vote(100, 7);
+  EXPECT_EQ(votes.announced(), (Shifts{}));
+  votes.vote(100);
   EXPECT_EQ(votes.announced(), (Shifts{100}));
-  votes.vote(101);
-  EXPECT_EQ(votes.announced(), (Shifts{100, 101})) << "the drift is one again";
-
-  votes.detector.set_database(rc_ptr<HashDatabase>(new HashDatabase()));
-  EXPECT_TRUE(votes.listed().empty()) << "a sample that the database lacks is not listed";
 }
 
 }  // namespace

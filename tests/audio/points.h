@@ -39,12 +39,6 @@ inline audio::HashSample make_sample(uint32_t id, Points points, double threshol
   return {make_metadata(id, threshold), make_payload(std::move(points))};
 }
 
-inline std::vector<audio::HashDatabaseEntry> entries_of(const audio::HashDatabase& database,
-                                                        uint32_t hash) {
-  const audio::HashDatabase::Entries entries = database.entries(hash);
-  return {entries.begin(), entries.end()};
-}
-
 inline audio::SamplesDetector detector_of(const std::vector<audio::HashSample>& samples,
                                           uint8_t drift) {
   audio::SamplesDetector detector;
