@@ -34,6 +34,8 @@ namespace {
 constexpr int report_buffer_bytes = 16 << 20;
 // The first packets are due this long after everything is made.
 constexpr int64_t head_start_us = 200000;
+// What was reported about each takes memory until the end.
+constexpr double max_calls_in_all = 50e6;
 
 using Scripts = std::vector<CallScript>;
 
@@ -282,7 +284,13 @@ void add_load_command(CLI::App& app, int& status) {
       ->check(CLI::Range(0.0, 600.0))
       ->capture_default_str();
   command->add_flag("--json", options->json, "print the verdict as JSON");
-  command->callback([options, &status] { status = run_load(*options); });
+  command->callback([options, &status] {
+    const double rounds = (options->ramp_s + options->duration_s) / options->call_length_s + 1;
+    if (rounds * options->calls > max_calls_in_all) {
+      throw CLI::ValidationError("--duration", "makes more than 50 million calls in all");
+    }
+    status = run_load(*options);
+  });
 }
 
 }  // namespace cv::tools
