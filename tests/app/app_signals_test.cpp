@@ -37,9 +37,9 @@ TEST(Signals, SetTheirFlagsAtOnceAndTheirLinesAreWrittenOutsideTheHandler) {
         flags += flag ? 'x' : '.';
     }
     EXPECT_EQ(flags, "....x...xx..xxx.xxxx");
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(log.texts().empty());
     EXPECT_TRUE(ServiceBase::wait_for_signal(-1)) << "what came before counts";
-    EXPECT_EQ(log.lines().size(), 8u);
+    EXPECT_EQ(log.texts().size(), 8u);
     EXPECT_EQ(log.texts()[6], "SYSTEM app SERVICE: signal 15 has been received");
     EXPECT_FALSE(ServiceBase::wait_for_signal(0));
     ServiceBase::wake_main_thread();

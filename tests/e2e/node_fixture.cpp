@@ -31,13 +31,6 @@ std::string topic_of(uint16_t media_port) {
   return "corvanth_medianode_127o0o0o1_" + std::to_string(media_port);
 }
 
-std::string hexadecimal(const std::vector<unsigned char>& bytes) {
-  std::ostringstream text;
-  text << std::hex << std::setfill('0');
-  for (unsigned char byte : bytes) text << std::setw(2) << static_cast<int>(byte);
-  return text.str();
-}
-
 }  // namespace
 
 std::vector<int16_t> prompt(const std::string& name) {
@@ -58,12 +51,10 @@ NodeFixture::NodeFixture()
 
 std::string NodeFixture::node_topic() const { return topic_of(m_media_port); }
 
-void NodeFixture::start_node(const std::string& settings, std::vector<std::string> options) {
-  std::vector<std::string> arguments = {
-      executable("corvanthmedianode"), "--args",
-      "port=" + std::to_string(m_media_port) + (settings.empty() ? "" : "," + settings)};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  m_node = std::make_unique<ChildProcess>(m_sandbox, arguments);
+void NodeFixture::start_node(const std::string& settings) {
+  m_node = std::make_unique<ChildProcess>(
+      m_sandbox, std::vector<std::string>{executable("corvanthmedianode"), "--args",
+                                          "port=" + std::to_string(m_media_port) + "," + settings});
 }
 
 void NodeFixture::wait_for_first_requests() {
@@ -99,13 +90,12 @@ std::vector<std::string> NodeFixture::requests(size_t count) {
 }
 
 std::string NodeFixture::sample_configuration(uint64_t version,
-                                              const std::map<uint32_t, std::string>& ids,
-                                              uint64_t rule) const {
+                                              const std::map<uint32_t, std::string>& ids) const {
   std::ostringstream json;
   json << "{\"type\":\"corvanth_sample_configuration\",\"version\":" << version << ",\"data\":[";
   const char* separator = "";
   for (const auto& [id, name] : ids) {
-    json << separator << "{\"rule_id\":" << rule << ",\"sample_id\":" << id
+    json << separator << "{\"rule_id\":1,\"sample_id\":" << id
          << ",\"threshold\":4.5,\"sample_name\":\"" << name
          << "\",\"event_object\":{\"prompt\": [1, \"" << name << "\"]}}";
     separator = ",";
@@ -114,14 +104,15 @@ std::string NodeFixture::sample_configuration(uint64_t version,
   return json.str();
 }
 
-std::string NodeFixture::sample_event(uint32_t id,
-                                      const std::vector<audio::HashPoint>& points) const {
-  return "{\"type\":\"corvanth_sample_list\",\"data\":{\"id\":" + std::to_string(id) +
-         ",\"hash\":\"" + hexadecimal(audio::write_sample_packet(points)) + "\"}}";
-}
-
 std::string NodeFixture::sample_event(uint32_t id, const std::string& prompt_name) const {
-  return sample_event(id, audio::fingerprint(prompt(prompt_name)));
+  std::ostringstream json;
+  json << "{\"type\":\"corvanth_sample_list\",\"data\":{\"id\":" << id << ",\"hash\":\"" << std::hex
+       << std::setfill('0');
+  for (int byte : audio::write_sample_packet(audio::fingerprint(prompt(prompt_name)))) {
+    json << std::setw(2) << byte;
+  }
+  json << "\"}}";
+  return json.str();
 }
 
 void NodeFixture::send(const media::Datagram& datagram) {

@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "audio/audio_hash_generator.h"
 #include "media/media_packet_writer.h"
 #include "net/net_socket.h"
 #include "support/child_process.h"
@@ -32,7 +31,7 @@ class NodeFixture : public testing::Test {
   NodeFixture();
 
   /// Starts the node with its media port, Kafka settings and `settings` (more --args pairs).
-  void start_node(const std::string& settings = "", std::vector<std::string> options = {});
+  void start_node(const std::string& settings = "");
   /// The two requests that a started node sends first.
   void wait_for_first_requests();
   /// start_node() and a configuration: rule 1 looks for `prompts` (sample ids from 101 in their order)
@@ -45,10 +44,9 @@ class NodeFixture : public testing::Test {
   /// The first `count` requests of the node, as JSON texts.
   std::vector<std::string> requests(size_t count);
 
-  /// `ids`: sample id to prompt name; every sample belongs to `rule`.
-  std::string sample_configuration(uint64_t version, const std::map<uint32_t, std::string>& ids,
-                                   uint64_t rule = 1) const;
-  std::string sample_event(uint32_t id, const std::vector<audio::HashPoint>& points) const;
+  /// `ids`: sample id to prompt name; every sample belongs to rule 1.
+  std::string sample_configuration(uint64_t version,
+                                   const std::map<uint32_t, std::string>& ids) const;
   std::string sample_event(uint32_t id, const std::string& prompt_name) const;
 
   void send(const media::Datagram& datagram);

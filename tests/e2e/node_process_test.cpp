@@ -37,44 +37,38 @@ TEST_F(NodeProcess, ExitStatusesOfEveryRefusal) {
   const std::string no_kafka = "CORVANTH_KAFKA_CONF=" + m_sandbox.path() + "/none";
   const std::string bad_kafka =
       "CORVANTH_KAFKA_CONF=" + m_sandbox.write_file("kafka.conf", "kafka_broker=a=b\n");
+  const std::string node = executable("corvanthmedianode");
   struct Case {
-    std::vector<std::string> arguments;
-    std::vector<std::string> environment;
     int status;
     std::string output;
+    std::vector<std::string> arguments;
   };
   const Case cases[] = {
-      {{"--help"}, {}, 0, ""},
-      {{"-h", "--nonsense"}, {}, 0, ""},
-      {{"--verbose"}, {}, 1, ""},
-      {{"--config"}, {}, 1, "SERVICE: value if not specified for option [--config]"},
-      {{"--args", port + ",log_level=info"},
-       {},
-       1,
-       "CONFIGURATION: failed to set option [log_level] to [info]: unexpected value format"},
-      {{"--args", port + ",audio_detection_drift=4"},
-       {},
-       1,
-       "[audio_detection_drift] must not exceed [3]"},
-      {{"--config", conf},
-       {},
-       1,
-       "CONFIGURATION: incorrect option format at line 1: \"port = 1=2\""},
-      {{"--args", port}, {no_kafka}, 1, "CONFIGURATION: failed to open file ["},
-      {{"--args", port}, {bad_kafka}, 1, "CONFIGURATION: incorrect option format at line 0"},
-      {{"--args", "log_level=INFO"},
-       {},
-       1,
+      {0, "", {node, "-h", "--nonsense"}},
+      {1, "", {node, "--verbose"}},
+      {1, "SERVICE: value if not specified for option [--config]", {node, "--config"}},
+      {1,
+       "CONFIGURATION: failed to set option [log_level] to [info]: unexpected value format",
+       {node, "--args", port + ",log_level=info"}},
+      {1,
+       "[audio_detection_drift] must not exceed [3]",
+       {node, "--args", port + ",audio_detection_drift=4"}},
+      {1,
+       "CONFIGURATION: incorrect option format at line 1: \"port = 1=2\"",
+       {node, "--config", conf}},
+      {1, "CONFIGURATION: failed to open file [", {"/usr/bin/env", no_kafka, node, "--args", port}},
+      {1,
+       "CONFIGURATION: incorrect option format at line 0",
+       {"/usr/bin/env", bad_kafka, node, "--args", port}},
+      {1,
        "SERVICE: media node port must be specified, use \"--args Port=<number>\" in execution "
-       "command"},
-      {{"--args", port + ",log_level=SYSTEM"},
-       {},
-       1,
-       "impossible to set log level stricter than 'error' level"}};
+       "command",
+       {node, "--args", "log_level=INFO"}},
+      {1,
+       "impossible to set log level stricter than 'error' level",
+       {node, "--args", port + ",log_level=SYSTEM"}}};
   for (const Case& refusal : cases) {
-    std::vector<std::string> arguments = {executable("corvanthmedianode")};
-    arguments.insert(arguments.end(), refusal.arguments.begin(), refusal.arguments.end());
-    ChildProcess process(m_sandbox, arguments, refusal.environment);
+    ChildProcess process(m_sandbox, refusal.arguments);
     EXPECT_EQ(process.wait_exit(), refusal.status) << process.output();
     EXPECT_NE(process.output().find(refusal.output), std::string::npos)
         << "expected: " << refusal.output << "\nin: " << process.output();

@@ -91,7 +91,7 @@ TEST_F(SocketTest, CountsAndSaysWhatTheKernelDrops) {
 TEST_F(SocketTest, AnInterruptEndsTheWaitButPacketsAtHandComeFirst) {
   const int event = eventfd(1, EFD_CLOEXEC);  // for the rest of the process
   m_receiver.set_interrupt(event, [&] {
-    EXPECT_TRUE(m_log.lines().empty()) << "the hook comes before the line";
+    EXPECT_TRUE(m_log.texts().empty()) << "the hook comes before the line";
     eventfd_t value;
     eventfd_read(event, &value);
   });

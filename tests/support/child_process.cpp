@@ -11,30 +11,16 @@
 
 #include "support/eventually.h"
 
-extern char** environ;
-
 namespace cv::test {
 
-namespace {
-
-std::vector<char*> pointers_to(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-}  // namespace
-
-ChildProcess::ChildProcess(Sandbox& sandbox, std::vector<std::string> arguments,
-                           std::vector<std::string> environment)
+ChildProcess::ChildProcess(Sandbox& sandbox, std::vector<std::string> arguments)
     : m_sandbox(sandbox) {
   static std::atomic<int> number{0};
   m_output_name = "output-" + std::to_string(++number);
   const std::string output = sandbox.write_file(m_output_name, "");
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
-  const auto argument_pointers = pointers_to(arguments);
-  const auto environment_pointers = pointers_to(environment);
+  std::vector<char*> pointers;
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
 
   // Everything that allocates stands above: the test has threads, and a forked child may not.
   m_pid = fork();
@@ -44,7 +30,7 @@ ChildProcess::ChildProcess(Sandbox& sandbox, std::vector<std::string> arguments,
   dup2(descriptor, STDOUT_FILENO);
   dup2(descriptor, STDERR_FILENO);
   if (!sandbox.enter()) _exit(97);
-  execve(argument_pointers[0], argument_pointers.data(), environment_pointers.data());
+  execv(pointers[0], pointers.data());
   _exit(98);
 }
 

@@ -13,9 +13,8 @@ namespace cv::test {
 class ChildProcess {
  public:
   /// `arguments[0]` is the executable's path. Its output (standard output and error) goes to a file
-  /// of the sandbox; `environment` holds "NAME=value" texts that are added to the test's own.
-  ChildProcess(Sandbox& sandbox, std::vector<std::string> arguments,
-               std::vector<std::string> environment = {});
+  /// of the sandbox.
+  ChildProcess(Sandbox& sandbox, std::vector<std::string> arguments);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;

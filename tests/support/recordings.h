@@ -14,8 +14,7 @@ struct Recording {
   std::vector<int16_t> samples;
 };
 
-/// All prompts that have at least `least_samples`, by name; throws std::runtime_error when the package
-/// is not installed.
+/// All prompts that have at least `least_samples`, by name; throws when the package is not installed.
 std::vector<Recording> english_prompts(std::size_t least_samples = 0);
 std::vector<Recording> french_prompts(std::size_t least_samples = 0);
 
