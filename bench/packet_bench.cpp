@@ -2,7 +2,7 @@
 // spectrum generator: checks, queue, call, sequence, stream. The product's classes and a plain form of
 // them side by side, both on one thread. Pin it to one processor.
 //
-// The sides of all calls are taken in turn, in an order that has nothing to do with that of the calls'
+// Packets come in batches, as the socket gives them, and find a batch waiting. The sides of all calls are taken in turn, in an order that has nothing to do with that of the calls'
 // starts: with many of them nothing of a side is left in a cache when its next packet comes.
 #include <algorithm>
 #include <array>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "medianode/media_pipeline.h"
+#include "net/net_datagram_batch.h"
 #include "plain_packet_path.h"
 #include "ratio_main.h"
 #include "stepped_reader.h"
@@ -25,6 +26,7 @@ namespace cv::bench {
 namespace {
 
 constexpr std::size_t packet_samples = 160;  // 20 ms
+constexpr std::size_t batch_packets = net::DatagramBatch::max_datagrams;
 
 struct NoFrames : audio::SpectrumGeneratorCallback {
   void on_spectrum_data(const audio::SpectrumFrame& frame, void*) override {
@@ -71,7 +73,7 @@ class Fast {
   media::PacketReaderStatistic m_reader_statistic;
   FirstSample m_listener;
   ListenedManager m_manager{m_statistic, m_listener};
-  SteppedReader m_reader{m_reader_statistic, m_manager};
+  SteppedReader m_reader{m_reader_statistic, m_manager, &m_manager};
 };
 
 class Plain {
@@ -98,16 +100,13 @@ class Source {
     m_datagram = test::CallPackets().data(0, 1, samples);
   }
 
-  void send_next() {
-    auto& packet = *reinterpret_cast<media::DataPacket*>(m_datagram.data());
-    packet.id = m_sides[m_next].key;
-    packet.flags = m_sides[m_next].side;
-    packet.seq = m_seq;
-    m_form.read_from(m_datagram.data(), m_datagram.size());
-    m_form.step();
-    if (++m_next < m_sides.size()) return;
-    m_next = 0;
-    ++m_seq;
+  void fill() {
+    for (std::size_t i = 0; i < batch_packets; ++i) send_next();
+  }
+
+  void send_batch() {
+    fill();
+    for (std::size_t i = 0; i < batch_packets; ++i) m_form.step();
   }
 
  private:
@@ -115,6 +114,17 @@ class Source {
     uint64_t key;
     uint8_t side;
   };
+
+  void send_next() {
+    auto& packet = *reinterpret_cast<media::DataPacket*>(m_datagram.data());
+    packet.id = m_sides[m_next].key;
+    packet.flags = m_sides[m_next].side;
+    packet.seq = m_seq;
+    m_form.read_from(m_datagram.data(), m_datagram.size());
+    if (++m_next < m_sides.size()) return;
+    m_next = 0;
+    ++m_seq;
+  }
 
   Form& m_form;
   std::vector<Side> m_sides;
@@ -129,13 +139,13 @@ void take_packets(benchmark::State& state, std::size_t calls) {
   const auto form = std::make_unique<Form>();
   for (std::size_t call = 0; call < calls; ++call) form->add_session(call);
   Source<Form> source(*form, calls);
-  const std::size_t lap = 2 * calls;
-  for (std::size_t i = 0; i < std::max(lap, least_packets); ++i) source.send_next();
+  const std::size_t batches = std::max(2 * calls, least_packets) / batch_packets;
+  source.fill();
+  for (std::size_t i = 0; i < batches; ++i) source.send_batch();
   for (auto _ : state) {
-    const std::size_t packets = std::max(lap, least_packets);
     const Stopwatch stopwatch;
-    for (std::size_t i = 0; i < packets; ++i) source.send_next();
-    state.SetIterationTime(stopwatch.seconds() / static_cast<double>(packets));
+    for (std::size_t i = 0; i < batches; ++i) source.send_batch();
+    state.SetIterationTime(stopwatch.seconds() / static_cast<double>(batches * batch_packets));
   }
 }
 

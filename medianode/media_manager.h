@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/prefetch.h"
 #include "log/log.h"
 #include "media/media_stream_manager.h"
 #include "medianode/media_listeners.h"
@@ -96,6 +97,13 @@ class MediaManager : public media::StreamManager {
     for (auto* listener : m_session_listeners) listener->on_session_timedout(viewed(session));
   }
 
+  void prefetch_stream(const media::Stream& stream, Stage stage) const override {
+    media::StreamManager::prefetch_stream(stream, stage);
+    const auto& handlers = static_cast<const StreamHolder&>(stream).m_handlers;
+    std::apply([stage](const auto&... handler) { (prefetch_handler(handler, stage), ...); },
+               handlers);
+  }
+
   media::Stream* create_stream(const media::DataPacket& packet, int& error) override {
     error = 0;
     return media::create_or_null<StreamHolder>(packet);
@@ -116,6 +124,13 @@ class MediaManager : public media::StreamManager {
   }
 
  private:
+  /// A handler begins with what it needs first; one that needs more says what, when that has come.
+  template <typename Handler>
+  static void prefetch_handler(const Handler& handler, Stage stage) {
+    if (stage == Stage::stream) return prefetch(&handler);
+    if constexpr (requires { handler.prefetch_samples(); }) handler.prefetch_samples();
+  }
+
   static rc_ptr<MediaSession> viewed(const rc_ptr<media::Session>& session) {
     return rc_static_cast<MediaSession>(session);
   }

@@ -112,7 +112,8 @@ bool Service::on_start() {
   const RunningThread report_manager_running(report_manager);
   MediaPipeline pipeline(m_config, m_database_dispatcher, m_dead_air_dispatcher, report_manager,
                          statistics.m_stream_manager);
-  media::PacketReader packet_reader(statistics.m_packet_reader, pipeline.manager());
+  media::PacketReader packet_reader(statistics.m_packet_reader, pipeline.manager(),
+                                    &pipeline.manager());
   const RunningThread packet_reader_running(packet_reader);
   if (!report_manager_running.started() || !packet_reader_running.started()) return false;
 

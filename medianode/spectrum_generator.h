@@ -13,6 +13,8 @@ namespace cv::mn {
 
 struct SpectrumGeneratorState {
   audio::SpectrumGenerator m_generator;
+
+  void prefetch_samples() const { m_generator.prefetch_samples(); }
 };
 
 template <typename M>

@@ -5,6 +5,7 @@
 
 #include "audio/audio_spectrum_dispatch.h"
 #include "audio/audio_spectrum_statistics.h"
+#include "core/prefetch.h"
 
 namespace cv::audio {
 
@@ -32,6 +33,13 @@ void SpectrumGenerator::compute_spectrum(const short* samples, std::size_t count
     build_frame(frame);
     callback.on_spectrum_data(frame, user);
   }
+}
+
+void SpectrumGenerator::prefetch_samples() const {
+  const std::size_t position = (m_head + m_count) % frame_window_samples;
+  // A packet of 20 ms fills five lines; what goes round lies beside what was asked for.
+  prefetch(&m_ring[position],
+           sizeof(int16_t) * std::min(frame_hop_samples, frame_window_samples - position));
 }
 
 void SpectrumGenerator::append(const short* samples, std::size_t count) {

@@ -50,18 +50,22 @@ class SpectrumGenerator {
   void compute_spectrum(const short* samples, std::size_t count,
                         SpectrumGeneratorCallback& callback, void* user);
 
+  /// Asks memory for the place of the samples to come; reads the generator's first line only.
+  void prefetch_samples() const;
+
  private:
   void append(const short* samples, std::size_t count);
   void build_frame(SpectrumFrame& frame);
 
+  // First, in one line of the cache: where the samples go.
+  uint64_t m_head = 0;
+  uint64_t m_count = 0;
+  uint64_t m_next_index = 0;
+  int32_t m_current = 0;
   // The window moves by half the ring, so the oldest sample is always at 0 or at 128 and each half
   // of the window is one contiguous run.
   std::array<int16_t, frame_window_samples> m_ring{};
-  uint64_t m_head = 0;
-  uint64_t m_count = 0;
   std::array<SpectrumFrame, 2> m_frames{};
-  int32_t m_current = 0;
-  uint64_t m_next_index = 0;
 };
 
 }  // namespace cv::audio

@@ -78,6 +78,19 @@ class Queue<T, N, true> {
     return read == m_write_seen;
   }
 
+  /// Consumer. Has peek() know of the next `count` items, as far as they are there.
+  void look(std::size_t count) {
+    const uint64_t read = m_read.load(std::memory_order_relaxed);
+    if (m_write_seen - read < count) m_write_seen = m_write.load(std::memory_order_acquire);
+  }
+
+  /// Consumer. The item that is to be taken after `distance` others, or null when it is not known to be
+  /// there; valid until it is taken.
+  const T* peek(std::size_t distance) const {
+    const uint64_t at = m_read.load(std::memory_order_relaxed) + distance;
+    return at < m_write_seen ? &m_data[at % N] : nullptr;
+  }
+
   /// Consumer (exact), or any thread (a glance).
   uint64_t depth() const {
     const uint64_t read = m_read.load(std::memory_order_relaxed);

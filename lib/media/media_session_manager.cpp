@@ -1,7 +1,9 @@
 #include "media/media_session_manager.h"
 
+#include <iterator>
 #include <sstream>
 
+#include "core/prefetch.h"
 #include "log/log.h"
 #include "log/log_sinks.h"
 #include "utils/utils_str.h"
@@ -112,6 +114,25 @@ bool SessionManager::on_packet_idle() {
   if (removed) m_statistic->audit_executions.increment();
   return removed;
 }
+
+void SessionManager::on_packet_ahead(const DataPacket& packet, Stage stage) {
+  // The tables of fewer sessions stay in the cache by themselves.
+  if (m_sessions.size() < look_ahead_sessions) return;
+  if (stage == Stage::table) return m_sessions.prefetch(packet.id);
+  const auto entry = m_sessions.find(packet.id);
+  if (entry == m_sessions.end()) return;
+  const Session& session = *entry->second;
+  if (stage == Stage::session) {
+    prefetch(&session, sizeof(StreamSession));
+  } else if (session.m_audit_position != m_audit_list.end()) {
+    const auto position = session.m_audit_position;
+    prefetch(stage == Stage::stream ? &*position : &*std::next(position));
+    if (stage == Stage::samples) prefetch(&*std::prev(position));
+  }
+  if (!session.m_zombie) prefetch_media(session, packet, stage);
+}
+
+void SessionManager::prefetch_media(const Session&, const DataPacket&, Stage) const {}
 
 Session* SessionManager::create_session(const StartPacket& packet, int& error) {
   error = 0;

@@ -12,11 +12,11 @@
 // Failure: counted, logged, and the manager stays consistent.
 #pragma once
 
+#include <absl/container/flat_hash_map.h>
 #include <cstddef>
 #include <cstdint>
 #include <memory_resource>
 #include <string>
-#include <unordered_map>
 
 #include "core/clock.h"
 #include "core/counter.h"
@@ -39,12 +39,15 @@ struct SessionManagerStatistic {
 };
 
 class SessionManager : public PacketReaderListener,
-                       public StatisticContainer<SessionManagerStatistic> {
+                       public StatisticContainer<SessionManagerStatistic>,
+                       public PacketLookAhead {
  public:
   static constexpr int64_t timeout_us = 300000000;
   static constexpr std::size_t max_removals_per_audit = 10;
   /// Above this many sessions a reader that never runs idle audits too.
   static constexpr std::size_t busy_audit_sessions = 10000;
+  /// From so many sessions on, data of packets to come are asked for ahead of time.
+  static constexpr std::size_t look_ahead_sessions = 500;
 
   /// Neither is owned; both outlive the manager.
   explicit SessionManager(SessionManagerStatistic& statistic, const IClock& clock = steady_clock());
@@ -55,6 +58,8 @@ class SessionManager : public PacketReaderListener,
   void on_packet(ControlPacket& packet) override;
   void on_packet_try() override;
   bool on_packet_idle() override;
+
+  void on_packet_ahead(const DataPacket& packet, Stage stage) override;
 
   ~SessionManager() override = default;
 
@@ -70,18 +75,23 @@ class SessionManager : public PacketReaderListener,
   virtual void on_session_terminated(rc_ptr<Session> session, TerminatePacket& packet);
   virtual void on_session_timedout(rc_ptr<Session> session);
 
+  /// Asks for the memory that on_session_media() will touch; see PacketLookAhead.
+  virtual void prefetch_media(const Session& session, const DataPacket& packet, Stage stage) const;
+
   int64_t now_us() const { return m_clock.now_us(); }
 
-  using SessionMap = std::pmr::unordered_map<uint64_t, rc_ptr<Session>>;
+  /// Open addressing: a look-up touches two lines, and can be asked for ahead of time. Its hash is
+  /// salted, so that nobody can send keys that collide.
+  using SessionMap = absl::flat_hash_map<uint64_t, rc_ptr<Session>>;
 
   void erase_session(SessionMap::iterator entry);
   bool audit();
   void decrease_zombie_counter(unsigned long removed);
 
-  // The nodes of both tables, close together: with many calls each packet finds them out of the cache,
-  // and scattered among the sessions every one would be on a page of its own.
+  // The list's nodes, close together: with many calls each packet finds them out of the cache, and
+  // scattered among the sessions every one would be on a page of its own.
   std::pmr::unsynchronized_pool_resource m_nodes;
-  SessionMap m_sessions{&m_nodes};
+  SessionMap m_sessions;
   AuditList m_audit_list{&m_nodes};
 
  private:

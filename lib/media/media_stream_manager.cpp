@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "core/prefetch.h"
+
 namespace cv::media {
 
 StreamManager::StreamManager(StreamManagerStatistic& statistic, const IClock& clock)
@@ -24,6 +26,17 @@ void StreamManager::on_session_media(rc_ptr<Session> session, DataPacket& packet
     on_stream_created(stream, session, packet);
   }
   on_stream_media(stream, std::move(session), packet);
+}
+
+void StreamManager::prefetch_media(const Session& session, const DataPacket& packet,
+                                   Stage stage) const {
+  if (stage != Stage::stream && stage != Stage::samples) return;
+  const auto& stream = static_cast<const StreamSession&>(session).m_streams[packet.side()];
+  if (stream) prefetch_stream(*stream, stage);
+}
+
+void StreamManager::prefetch_stream(const Stream& stream, Stage stage) const {
+  if (stage == Stage::stream) prefetch(&stream, sizeof stream);
 }
 
 Stream* StreamManager::create_stream(const DataPacket& packet, int& error) {

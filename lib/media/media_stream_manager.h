@@ -23,6 +23,11 @@ class StreamManager : public SessionManager {
   Session* create_session(const StartPacket& packet, int& error) override;
   void on_session_media(rc_ptr<Session> session, DataPacket& packet) override;
 
+  void prefetch_media(const Session& session, const DataPacket& packet, Stage stage) const override;
+
+  /// The stream's part of prefetch_media(): asks for the stream, then for what it says is needed.
+  virtual void prefetch_stream(const Stream& stream, Stage stage) const;
+
   /// Null with `error` 0: no memory. Null with `error` non-zero: the stream is refused. Either way
   /// the side's next DATA packet asks again.
   virtual Stream* create_stream(const DataPacket& packet, int& error);
