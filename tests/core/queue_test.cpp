@@ -49,19 +49,6 @@ TEST(QueueReader, RefusesWhenFullAndDeliversEverythingQueuedBeforeItStops) {
   EXPECT_EQ(last.use_count(), 1);
 }
 
-TEST(QueueIdleReader, LeavesTheQueueWhenStoppedAndReleasesItWithTheReader) {
-  const Item item = std::make_shared<int>(1);
-  {
-    IdleReader reader;
-    for (int i = 0; i < 5; ++i) EXPECT_TRUE(reader.push(item));
-    reader.start();
-    reader.stop();
-    EXPECT_LE(reader.values.size(), 1u);
-    EXPECT_EQ(reader.statistic().elements.get(), 5 - reader.values.size());
-  }
-  EXPECT_EQ(item.use_count(), 1);
-}
-
 TEST(QueueIdleReader, LooksAgainAtOnceWhileTheIdleCallHasWorkThenHandsOverEmptyItems) {
   IdleReader reader;
   reader.start();

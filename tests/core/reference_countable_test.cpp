@@ -20,15 +20,9 @@ TEST(ReferenceCountable, TheLastReferenceDestroysOnce) {
   destroyed = 0;
   rc_ptr<Object> first(new Object);
   rc_ptr<Object> second = first;
-  rc_ptr<cv::ReferenceCountable> base = second;
   rc_ptr<Object> moved = std::move(first);
-  // NOLINTNEXTLINE(bugprone-use-after-move): a moved-from pointer is empty by contract
-  EXPECT_FALSE(first);
   second = second;
   second.reset();
-  moved = moved.get();
-  EXPECT_EQ(cv::rc_static_cast<Object>(base), moved);
-  base.reset();
   EXPECT_EQ(destroyed, 0);
   moved = rc_ptr<Object>(new Object);
   EXPECT_EQ(destroyed, 1);

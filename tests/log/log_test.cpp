@@ -23,14 +23,6 @@ class LogTest : public testing::Test {
   std::streambuf* m_previous = std::cerr.rdbuf(m_text.rdbuf());
 };
 
-TEST(TryParseLevel, ReadsExactNamesOnly) {
-  for (const char* text : {"trace", "Info", "", "INFO ", "FATAL"}) {
-    Level level = Level::WARNING;
-    EXPECT_FALSE(cv::log::try_parse_level(text, level)) << text;
-    EXPECT_EQ(level, Level::WARNING);
-  }
-}
-
 TEST_F(LogTest, LinesBearTimeLevelModuleAndTextUpToTheThreshold) {
   const std::string head = R"(\d{4}\.\d\d\.\d\d \d\d:\d\d:\d\d\.\d{6} \| )";
   const char* const levels[] = {"SYSTEM ", "ERROR  ", "WARNING", "INFO   ", "DEBUG  ", "TRACE  "};

@@ -65,21 +65,6 @@ TEST(MediaPacket, TheCallIdEndsAtItsFirstNulOrWithThePacket) {
   EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), "ca");
 }
 
-TEST(MediaPacket, WriterRefusesWhatDoesNotFitADatagram) {
-  Datagram out;
-  const std::vector<int16_t> samples(max_data_samples + 1);
-  DataFields data;
-  data.samples = samples;
-  EXPECT_FALSE(write_data(call.key(), 0, data, out));
-  EXPECT_TRUE(out.empty());
-
-  // A length that 16 bits cannot hold must not come out as a short one.
-  const std::string call_id(65536, 'x');
-  StartFields start;
-  start.call_id = call_id;
-  EXPECT_FALSE(write_start(call.key(), 0, start, out));
-}
-
 TEST(MediaPacket, TraceLines) {
   const std::string uuid_field = ", uuid: a0010203-0405-0607-0809-0a0b0c0d0eff";
   EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(start_fields(), 77))),

@@ -1,99 +1,25 @@
-// The node's analysis pipeline without its threads: packets in by hand, reports kept in a list.
+#include "support/pipeline.h"
+
 #include <cmath>
 #include <gtest/gtest.h>
 #include <numbers>
-#include <span>
-#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "audio/audio_fingerprint.h"
-#include "medianode/media_pipeline.h"
-#include "support/fake_clock.h"
 #include "support/log_capture.h"
-#include "support/packet_builder.h"
 #include "support/recordings.h"
 
 namespace {
 
 using cv::test::CallPackets;
+using cv::test::KnownSample;
+using cv::test::Pipeline;
 using Audio = std::vector<int16_t>;
 using Texts = std::vector<std::string>;
 
 constexpr uint64_t rule = 5;
 constexpr uint8_t sample_detection = cv::media::features_sample_detection;
 constexpr uint8_t both_activities = cv::media::features_activity_detection;
-
-/// Keeps what it is given; unlike the real one it may be read by the pushing thread.
-struct KeptReports : cv::mn::ReportManager {
-  using cv::mn::ReportManager::ReportManager;
-
-  bool push(cv::rc_ptr<cv::mn::Report> report) override {
-    std::ostringstream out;
-    report->serialize(out, m_counters);
-    m_texts.push_back(out.str());
-    return true;
-  }
-
-  /// The texts of all reports since the last call, empty ones included.
-  std::vector<std::string> texts() { return std::exchange(m_texts, {}); }
-
-  std::vector<std::string> m_texts;
-  cv::mn::ReportManagerStatistic m_counters;
-};
-
-struct KnownSample {
-  uint32_t id;
-  std::string name;
-  std::vector<cv::audio::HashPoint> points;
-};
-
-struct Pipeline {
-  explicit Pipeline(cv::rc_ptr<cv::mn::Configuration> settings = new cv::mn::Configuration)
-      : configuration(std::move(settings)) {}
-
-  /// Builds and publishes a database in which one rule looks for these samples.
-  void publish(uint64_t version, uint64_t rule, const std::vector<KnownSample>& samples) {
-    cv::mn::SampleConfig config(version);
-    for (const KnownSample& sample : samples) {
-      cv::rc_ptr<cv::audio::SampleMetadata> metadata(new cv::audio::SampleMetadata);
-      metadata->id = sample.id;
-      metadata->name = sample.name;
-      metadata->threshold = 4.5;
-      metadata->event_object = "{}";
-      config.add(rule, metadata);
-    }
-    std::unordered_set<uint32_t>* missing = nullptr;
-    database.on_config_received(config, missing);
-    for (const KnownSample& sample : samples) {
-      const auto bytes = cv::audio::write_sample_packet(sample.points);
-      cv::audio::SamplePacket packet;
-      cv::audio::SamplePacket::parse(bytes.data(), bytes.size(), packet);
-      database.on_sample_received(sample.id, packet);
-    }
-  }
-
-  void send(const cv::media::Datagram& datagram) { cv::test::deliver(media.manager(), datagram); }
-
-  /// Sends audio of one side in packets of so many samples; `seq` counts on.
-  void play(const CallPackets& call, uint16_t side, std::span<const int16_t> samples, uint32_t& seq,
-            std::size_t packet_samples = 160) {
-    while (!samples.empty()) {
-      const std::size_t count = std::min(packet_samples, samples.size());
-      send(call.data(side, ++seq, samples.first(count)));
-      samples = samples.subspan(count);
-    }
-  }
-
-  cv::test::FakeClock clock;
-  cv::rc_ptr<cv::mn::Configuration> configuration;
-  cv::mn::DatabaseDispatcher database{clock};
-  cv::mn::DeadAirDispatcher dead_air;
-  KeptReports reports{configuration};
-  cv::media::StreamManagerStatistic statistic;
-  cv::mn::MediaPipeline media{configuration, database, dead_air, reports, statistic, clock};
-};
 
 const std::vector<cv::test::Recording>& prompts() {
   static const auto recordings = [] {

@@ -25,25 +25,17 @@ TEST(EventDispatcher, RoutesEventsAndReportsTheRest) {
     std::string body;
     std::string outcome;  // what the handler of "a" was called with, or what was logged
   } cases[] = {
-      {"", ""},
       {event(R"({"type":"a","value":7})"), "a:7"},
-      {event("\xef\xbb\xbf{\"type\":\"a\",\"value\":8} \n"), "a:8"},
       {event(R"({"value":1,"type":"a","type":"b"})"), "a:1"},
       {event(R"({"type":"x"})"), "ERROR unknown JSON event [x]"},
       {event(R"({"kind":1})"), "ERROR JSON element \"type\" is not found"},
-      {event(R"({"type":5})"), no_text},
       {event(R"({"type":["a"]})"), no_text},
       {event(R"(["type","a"])"), no_object},
-      {event(R"("a")"), no_object},
-      {event(""), "ERROR JSON parse error at [0]: \"The document is empty.\""},
       {event(R"({"type":"a" 1})"),
        "ERROR JSON parse error at [12]: \"Missing a comma or '}' after an object member.\""},
-      {event(R"({"type":"a","value":1e999})"),
-       "ERROR JSON parse error at [20]: \"Number too big to be stored in double.\""},
       // The root is the first level.
       {event(R"({"type":"a","value":3,"deep":)" + nested(63) + "}"), "a:3"},
       {event(R"({"type":"a","deep":)" + nested(64) + "}"), too_deep},
-      {event(R"({"type":"a","deep":)" + nested(64, "{\"n\":", "}") + "}"), too_deep},
       {event(nested(200000)), too_deep},
       {event(R"({"type":"a","value":4,"text":"\")" + nested(100) + "\"}"), "a:4"},
       {"\x01 0123456789", "WARNING binary event is not supported, ignoring; size (11) bytes"},

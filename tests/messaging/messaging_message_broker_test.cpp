@@ -21,9 +21,6 @@ using cv::test::LogCapture;
 using cv::test::MockKafka;
 using Texts = std::vector<std::string>;
 
-// A port that nothing listens on.
-const char* const nobody = "127.0.0.1:1";
-
 void send(MessageBroker& broker, const std::string& topic, const std::string& body) {
   broker.send(topic, reinterpret_cast<const unsigned char*>(body.data()), body.size());
 }
@@ -52,20 +49,6 @@ struct Received {
   std::vector<std::string> bodies;
   std::atomic<int> timeouts{0};
 };
-
-TEST(MessageBody, GivesBackWhatWasCompressedAndRefusesTheRest) {
-  for (const std::string& plain : {std::string(), std::string(1, '\0'), std::string(60, 'a')}) {
-    EXPECT_EQ(decompressed(compressed(plain)), plain);
-  }
-  const std::string whole = compressed("0123456789 0123456789");
-  for (const std::string& body :
-       {std::string(), std::string("plain text"), whole.substr(0, whole.size() - 3),
-        std::string(whole).replace(whole.size() - 1, 1, "\x7f")}) {
-    LogCapture log;
-    EXPECT_EQ(decompressed(body), std::nullopt);
-    EXPECT_EQ(log.count_containing("MESSAGE_BROKER: message decompressing error ("), 1u);
-  }
-}
 
 TEST(MessageBody, InflatesToTenTimesItsSizeAndNoFurther) {
   // The most zeros that a stream of some size holds within the limit, and one more in a stream of
@@ -172,43 +155,6 @@ TEST(MessageBroker, ListensToATopicThatIsMadeWhileItRuns) {
   EXPECT_TRUE(log.has(Level::SYSTEM, rebalance + "[all/0], [own/0]"));
   EXPECT_TRUE(eventually([&] { return !received.all().empty(); }));
   EXPECT_EQ(received.all(), (std::vector<std::string>{"after"}));
-}
-
-TEST(MessageBroker, LivesWithoutAClusterAndSaysSo) {
-  LogCapture log;
-  Received received;
-  {
-    MessageBroker broker(received.settings(nobody, {"own"}));
-    EXPECT_TRUE(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"));
-    EXPECT_EQ(broker.assignments(), 0u);
-    send(broker, "own", "lost");
-    EXPECT_TRUE(
-        log.has(Level::WARNING, "MESSAGE_BROKER: message may not be sent to [own]; error (-185): " +
-                                    RdKafka::err2str(RdKafka::ERR__TIMED_OUT)));
-    EXPECT_GT(received.timeouts, 0);
-    EXPECT_GT(log.count_containing("MESSAGE_BROKER:  error ("), 0u);
-  }
-  EXPECT_TRUE(
-      log.has(Level::WARNING, "MESSAGE_BROKER: losing data as (1) message(s) were not delivered"));
-  EXPECT_TRUE(received.all().empty());
-}
-
-TEST(MessageBroker, LetsItsOwnerGoOnWhenItCannotStartOrIsInterrupted) {
-  for (const bool interrupted : {false, true}) {
-    LogCapture log;
-    Received received;
-    MessageBrokerSettings settings = received.settings(nobody, {"own"});
-    if (interrupted) {
-      settings.interrupted = [] { return true; };
-    } else {
-      settings.group_id.clear();
-    }
-    { const MessageBroker broker(std::move(settings)); }
-    EXPECT_EQ(log.has_containing("MESSAGE_BROKER: failed to create consumer: "), !interrupted);
-    EXPECT_EQ(log.has(Level::ERROR, "MESSAGE_BROKER: consumer startup failed"), !interrupted);
-    EXPECT_FALSE(log.has_containing("subscribed for"));
-    EXPECT_TRUE(log.has_containing("] stopped"));
-  }
 }
 
 }  // namespace

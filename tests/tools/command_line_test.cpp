@@ -1,11 +1,8 @@
 #include "tools/command_line.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "support/sound_folder.h"
-#include "tools/configd/embedded_broker.h"
-#include "tools/configd/pacer.h"
 #include "tools/fingerprint.h"
 #include "tools/text_file.h"
 
@@ -55,12 +52,6 @@ TEST_F(CommandLine, AFingerprintIsTheSameInEveryForm) {
                                  std::to_string(bytes.size()) + " bytes\n");
 }
 
-TEST_F(CommandLine, AFileThatFailsDoesNotKeepTheOthersBack) {
-  EXPECT_EQ(run({"fingerprint", m_folder / "missing.wav", m_file}), 1);
-  EXPECT_NE(m_err.find("missing.wav"), std::string::npos);
-  EXPECT_NE(m_out.find("a.wav: "), std::string::npos);
-}
-
 TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
   const std::vector<std::string> play = {"play", "--to", "127.0.0.1:9", "--rule", "1"};
   const std::vector<std::string> listen = {"listen", "--port", "0", "--timeout", "0.01"};
@@ -92,23 +83,6 @@ TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
     EXPECT_FALSE(m_err.empty());
     EXPECT_EQ(m_out, "");
   }
-}
-
-TEST(EmbeddedBroker, HasAnAddressAndIsGoneWithItsOwner) {
-  std::string error;
-  auto broker = EmbeddedBroker::start({"a", "b"}, error);
-  ASSERT_TRUE(broker) << error;
-  EXPECT_EQ(broker->address().rfind("127.0.0.1:", 0), 0u) << broker->address();
-  broker.reset();
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
-}
-
-TEST(Pacer, SpreadsBytesOverTimeWithoutSavingUp) {
-  Pacer pacer(1000000);
-  EXPECT_EQ(pacer.reserve(5000000, 500000), 5000000);
-  EXPECT_EQ(pacer.reserve(5000000, 100), 5500000);
-  EXPECT_EQ(pacer.reserve(9000000, 100), 9000000) << "a pause earns no burst";
-  EXPECT_EQ(pacer.reserve(9000000, 100), 9000100);
 }
 
 }  // namespace

@@ -47,11 +47,5 @@ TEST(Resolve, SaysWhatNoNodeWillFind) {
   EXPECT_EQ(lines(missing), (Lines{"3 30 a 5"}));
 }
 
-TEST(DefaultSampleName, IsWhatAReportCanCarry) {
-  const std::pair<const char*, const char*> table[] = {
-      {"folder/a.b.wav", "folder/a.b"}, {"f/.wav", "f/.wav"}, {"say \"hi\"\\\n.wav", "say _hi___"}};
-  for (const auto& [file, name] : table) EXPECT_EQ(default_sample_name(file), name);
-}
-
 }  // namespace
 }  // namespace cv::tools

@@ -41,11 +41,6 @@ TEST(ReportTable, ShowsWhateverIsThereOfAStrangeReport) {
   EXPECT_NE(rows(R"({"sample_name": "\u001b[2Jx"})").at(0).find("?[2Jx"), std::string::npos);
 }
 
-TEST(ReportLines, AreTheJsonAsItCameOnOneLine) {
-  EXPECT_EQ(rows("{\"a\":\n\r1.60,  \"n\": 12345678901234567890}\n", ReportForm::json_lines),
-            Rows{"{\"a\":  1.60,  \"n\": 12345678901234567890} "});
-}
-
 TEST(ReportLines, WhatIsNoReportIsRefused) {
   for (const std::string& bad :
        {std::string("{} {}"), std::string("[]"), std::string(60000, '[')}) {

@@ -14,13 +14,10 @@ struct Sent {
   media::Datagram bytes;
 };
 
-std::vector<Sent> play(CallSchedule schedule, std::size_t cut_after = SIZE_MAX) {
+std::vector<Sent> play(CallSchedule schedule) {
   std::vector<Sent> sent;
   Sent one{};
-  while (schedule.next(one.due_us, one.bytes)) {
-    sent.push_back(one);
-    if (sent.size() == cut_after) schedule.cut_short();
-  }
+  while (schedule.next(one.due_us, one.bytes)) sent.push_back(one);
   return sent;
 }
 
@@ -72,16 +69,6 @@ TEST(CallSchedule, IsStartThenBothSidesEveryTwentyMillisecondsThenTerm) {
   }
   EXPECT_EQ(test::Viewed<media::PacketHeader>(sent[7].bytes)->type, media::PACKET_TERM);
   EXPECT_EQ(sent[7].due_us, 60000);
-}
-
-TEST(CallSchedule, CutShortEndsWithTermWhereverItIs) {
-  for (std::size_t after = 1; after < 7; ++after) {
-    SCOPED_TRACE(after);
-    const auto sent = play(CallSchedule(settings(), {ramp(480), {}}), after);
-    ASSERT_EQ(sent.size(), after + 1);
-    EXPECT_EQ(test::Viewed<media::PacketHeader>(sent.back().bytes)->type, media::PACKET_TERM);
-    EXPECT_EQ(sent.back().due_us, static_cast<int64_t>(after - 1) / 2 * 20000);
-  }
 }
 
 TEST(PlayArguments, FeaturesUuidsAndEndpoints) {
