@@ -1,9 +1,7 @@
 #include "media/media_packet_reader.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
 
-#include "support/eventually.h"
 #include "support/packet_builder.h"
 
 namespace {
@@ -14,22 +12,14 @@ using cv::rc_ptr;
 using cv::test::CallPackets;
 
 struct Listener final : PacketReaderListener {
-  void on_packet(StartPacket& packet) override { record("START", packet); }
-  void on_packet(TerminatePacket& packet) override { record("TERM", packet); }
-  void on_packet(DataPacket& packet) override { record("DATA", packet); }
-  void on_packet(ControlPacket& packet) override { record("CTRL", packet); }
-  void on_packet_try() override { ++tries; }
-  bool on_packet_idle() override { return idle_work > 0 && idle_work-- > 0; }
+  void on_packet(StartPacket&) override { ++packets; }
+  void on_packet(TerminatePacket&) override { ++packets; }
+  void on_packet(DataPacket&) override { ++packets; }
+  void on_packet(ControlPacket&) override { ++packets; }
+  void on_packet_try() override {}
+  bool on_packet_idle() override { return false; }
 
-  void record(const char* type, const PacketHeader& packet) {
-    events.push_back(type + std::to_string(packet.mt));
-    ++packets;
-  }
-
-  std::vector<std::string> events;
-  std::atomic<int> packets{0};
-  std::atomic<int> tries{0};
-  std::atomic<int> idle_work{0};
+  int packets = 0;
 };
 
 class PacketReaderTest : public testing::Test {
@@ -116,25 +106,6 @@ TEST_F(PacketReaderTest, OverloadDropsAtTheQueueThenAtThePool) {
   read(term);
   EXPECT_EQ(statistic.failed_allocation.get(), 1u) << "a slot given back is used again";
   EXPECT_EQ(statistic.dropped.get(), 2u);
-}
-
-TEST_F(PacketReaderTest, DeliversInOrderOnItsOwnThreadAndLendsItToTheListener) {
-  listener.idle_work = 3;
-  ASSERT_EQ(reader.start(), 0);
-  std::vector<std::string> expected;
-  for (uint64_t mt = 1; mt <= 100; mt += 2) {
-    read(call.data(0, 1, mt));
-    read(call.control(1, mt + 1));
-    expected.push_back("DATA" + std::to_string(mt));
-    expected.push_back("CTRL" + std::to_string(mt + 1));
-  }
-  EXPECT_TRUE(
-      cv::test::eventually([&] { return listener.packets == 100 && listener.idle_work == 0; }));
-  EXPECT_EQ(reader.stop(), 0);
-
-  EXPECT_EQ(listener.events, expected);
-  EXPECT_EQ(statistic.idle_hits.get(), 3u);
-  EXPECT_GE(listener.tries, 100);
 }
 
 }  // namespace

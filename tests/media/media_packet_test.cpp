@@ -65,20 +65,4 @@ TEST(MediaPacket, TheCallIdEndsAtItsFirstNulOrWithThePacket) {
   EXPECT_EQ(Viewed<StartPacket>(call.start(fields))->call_id(), "ca");
 }
 
-TEST(MediaPacket, TraceLines) {
-  const std::string uuid_field = ", uuid: a0010203-0405-0607-0809-0a0b0c0d0eff";
-  EXPECT_EQ(trace_text(*Viewed<StartPacket>(call.start(start_fields(), 77))),
-            "START | mt: 77, v: 2, f: RN" + uuid_field +
-                ", ts: 1230066625199609624, leg: outbound, call id: ab, id: 578437695752307201, "
-                "sync ts: 3, sync mt: 4, ft: RR-SA-, rule: 5");
-  Viewed<DataPacket> data(call.data(1, 4294967295, std::array<int16_t, 2>{}, 79));
-  data->off = 160;
-  EXPECT_EQ(trace_text(*data), "DATA  | mt: 79, v: 2, f: -" + uuid_field +
-                                   ", side: 1, seq: 4294967295, num: 2, off: 160");
-  EXPECT_EQ(trace_text(*Viewed<TerminatePacket>(call.terminate(78))),
-            "TERM  | mt: 78, v: 2, f: 0" + uuid_field);
-  EXPECT_EQ(trace_text(*Viewed<ControlPacket>(call.feature_update(0x34, 80))),
-            "CTRL  | mt: 80, v: 2, f: 128, c: 0" + uuid_field + ", ft: --SS-A");
-}
-
 }  // namespace

@@ -123,43 +123,6 @@ TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
   EXPECT_NE(reports(160, "3"), whole) << "the configured drift reaches the detectors";
 }
 
-TEST(Pipeline, TellsTheWholeCallAtItsEndWhenSoConfigured) {
-  auto renamed = known_prompts();
-  for (KnownSample& sample : renamed) sample.name += " renamed";
-  for (const bool timed_out : {false, true}) {
-    Pipeline pipeline(settings("report_on_call_termination", "true"));
-    pipeline.publish(3, rule, known_prompts());
-    const CallPackets call, quiet(2);
-    pipeline.send(quiet.start(start_fields(sample_detection)));
-    pipeline.send(call.start(start_fields(sample_detection)));
-    uint32_t seq = 0;
-    pipeline.play(call, 0, prompts()[2].samples, seq);
-    EXPECT_FALSE(pipeline.reports.texts().empty()) << "told at once all the same";
-    // Off and on again: the votes start anew, with the newest database.
-    pipeline.publish(4, rule, renamed);
-    pipeline.send(call.feature_update(0));
-    pipeline.play(call, 0, prompts()[3].samples, seq);
-    pipeline.send(call.feature_update(sample_detection));
-    pipeline.play(call, 0, prompts()[4].samples, seq);
-    EXPECT_EQ(member(pipeline.reports.texts().at(0), "version"), "4");
-    if (timed_out) {
-      pipeline.clock.advance_seconds(301);
-      while (pipeline.media.manager().on_packet_idle()) {
-      }
-    } else {
-      pipeline.send(quiet.terminate());
-      pipeline.send(call.terminate());
-    }
-    const Texts texts = pipeline.reports.texts();
-    ASSERT_EQ(texts.size(), 2u);
-    EXPECT_EQ(texts[0], "") << "a call in which nothing was recognised";
-    EXPECT_EQ(member(texts[1], "type"), "\"corvanth_sample_match\"");
-    EXPECT_EQ(member(texts[1], "sample_name"), "\"" + renamed[4].name + "\"");
-    EXPECT_EQ(texts[1].find(prompts()[2].name), texts[1].npos) << "votes before the restart";
-    EXPECT_NE(texts[1].find("\"terminator_match\": []"), texts[1].npos);
-  }
-}
-
 TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   Pipeline pipeline;
   const CallPackets call;

@@ -2,17 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "support/sound_folder.h"
-#include "tools/fingerprint.h"
-#include "tools/text_file.h"
+#include "support/temporary_folder.h"
 
 namespace cv::tools {
 namespace {
 
 class CommandLine : public testing::Test {
  protected:
-  CommandLine() { test::write_sound(m_file, test::sine(500, 0.5, 8000, 1), 8000, 1); }
-
   /// The exit status.
   int run(std::vector<std::string> arguments) {
     std::vector<const char*> argv = {"corvanth"};
@@ -26,31 +22,10 @@ class CommandLine : public testing::Test {
   }
 
   test::TemporaryFolder m_folder;
-  const std::string m_file = m_folder / "a.wav";
+  const std::string m_file = m_folder.write("a.wav", "no audio");
   std::string m_out;
   std::string m_err;
 };
-
-TEST_F(CommandLine, AFingerprintIsTheSameInEveryForm) {
-  const std::string output = m_folder / "a.packet";
-  const auto fingerprint = [&](std::vector<std::string> options) {
-    options.insert(options.begin(), {"fingerprint", "--phases", "2", m_file});
-    EXPECT_EQ(run(options), 0) << m_err;
-    return m_out;
-  };
-  EXPECT_EQ(fingerprint({"-o", output}), "");
-  std::string error;
-  const std::string bytes = read_file(output, error).value_or("");
-  const std::string hex = to_hex({bytes.begin(), bytes.end()});
-  EXPECT_EQ(hex.substr(0, 8), "47480000");
-  const std::string points = std::to_string((bytes.size() - 8) / 8);
-  const std::string json =
-      R"({"file":")" + m_file + R"(","seconds":1.0,"frames":61,"points":)" + points;
-  EXPECT_EQ(fingerprint({"--hex"}), hex + "\n");
-  EXPECT_EQ(fingerprint({"--hex", "--json"}), json + R"(,"hash":")" + hex + "\"}\n");
-  EXPECT_EQ(fingerprint({}), m_file + ": 1.00 s, 61 frames, " + points + " points, " +
-                                 std::to_string(bytes.size()) + " bytes\n");
-}
 
 TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
   const std::vector<std::string> play = {"play", "--to", "127.0.0.1:9", "--rule", "1"};

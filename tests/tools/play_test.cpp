@@ -1,10 +1,9 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <numeric>
 
 #include "support/packet_builder.h"
-#include "tools/endpoint.h"
 #include "tools/play/call_schedule.h"
-#include "tools/play/play_command.h"
 
 namespace cv::tools {
 namespace {
@@ -69,26 +68,6 @@ TEST(CallSchedule, IsStartThenBothSidesEveryTwentyMillisecondsThenTerm) {
   }
   EXPECT_EQ(test::Viewed<media::PacketHeader>(sent[7].bytes)->type, media::PACKET_TERM);
   EXPECT_EQ(sent[7].due_us, 60000);
-}
-
-TEST(PlayArguments, FeaturesUuidsAndEndpoints) {
-  EXPECT_EQ(feature_bits({"samples", "activity"}), 0x3C);
-  EXPECT_EQ(feature_bits({"activity-terminator", "samples"}), 0x38);
-  EXPECT_FALSE(feature_bits({"sample"}));
-  const auto uuid = parse_uuid("00112233-4455-6677-8899-AABBccddeeff");
-  ASSERT_TRUE(uuid);
-  EXPECT_EQ((*uuid)[15], 0xFF);
-  EXPECT_FALSE(parse_uuid("00112233445566778899aabbccddeeff00"));
-  std::string error;
-  const auto good = parse_endpoint("127.0.0.1:65535", error);
-  ASSERT_TRUE(good) << error;
-  EXPECT_EQ(ntohl(good->sin_addr.s_addr), 0x7F000001u);
-  EXPECT_EQ(ntohs(good->sin_port), 65535);
-  for (const char* text : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "300.0.0.1.1:80"}) {
-    error.clear();
-    EXPECT_FALSE(parse_endpoint(text, error)) << text;
-    EXPECT_FALSE(error.empty()) << text;
-  }
 }
 
 }  // namespace
