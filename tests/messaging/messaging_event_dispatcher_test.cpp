@@ -21,6 +21,8 @@ TEST(EventDispatcher, RoutesEventsAndReportsTheRest) {
   const std::string no_object = "ERROR JSON root is not an object";
   const std::string no_text = "ERROR JSON element \"type\" is not a string";
   const std::string too_deep = "ERROR JSON is nested deeper than (64), ignoring";
+  std::string siblings;
+  for (int i = 0; i < 1000; ++i) siblings += "{},";
   const struct {
     std::string body;
     std::string outcome;  // what the handler of "a" was called with, or what was logged
@@ -37,6 +39,7 @@ TEST(EventDispatcher, RoutesEventsAndReportsTheRest) {
       {event(R"({"type":"a","value":3,"deep":)" + nested(63) + "}"), "a:3"},
       {event(R"({"type":"a","deep":)" + nested(64) + "}"), too_deep},
       {event(nested(200000)), too_deep},
+      {event(R"({"type":"a","value":6,"entries":[)" + siblings + "{}]}"), "a:6"},
       {event(R"({"type":"a","value":4,"text":"\")" + nested(100) + "\"}"), "a:4"},
       {"\x01 0123456789", "WARNING binary event is not supported, ignoring; size (11) bytes"},
       {"\xff..", "ERROR unknown event (255), ignoring; size (2) bytes"},
