@@ -23,6 +23,8 @@ import running_site
 RAMP_S = 8
 SEARCH_S = 15
 WINDOW_S = 15
+# That corvanth load plays.
+MOST_CALLS = 100000
 # Bisection ends when the bounds are this close.
 RESOLUTION = 0.05
 # A generator that is later has not put the load on the node that it was asked for.
@@ -106,11 +108,13 @@ class Trial:
              "--ramp", str(RAMP_S), "--duration", str(seconds), "--call-length", str(self.options.call_length),
              "--scripts", str(self.options.scripts)],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.site.processes.append(("load", load))
         # While it fingerprints nothing is sent; the packets say when the calls begin.
         samples = []
         watcher = threading.Thread(target=self.watch, args=(load, before, seconds, samples))
         watcher.start()
         output, errors = load.communicate()
+        self.site.processes.pop()
         watcher.join()
         if not output:
             sys.exit("corvanth load: " + errors.decode())
@@ -130,6 +134,7 @@ class Trial:
     def watch(self, load, before, seconds, samples):
         """What the node and the generator use in the time with all calls, and how that goes on."""
         started = before["packet queue passed elements number"]
+        # The counters are of up to five seconds ago.
         while load.poll() is None and self.syslog.counters["packet queue passed elements number"] == started:
             time.sleep(0.2)
         time.sleep(RAMP_S)
@@ -169,7 +174,9 @@ def search(trial, options):
 
     low, high = 0, options.start
     while not attempt(high, SEARCH_S)["reasons"]:
-        low, high = high, 2 * high
+        low, high = high, min(2 * high, MOST_CALLS)
+        if low == high:
+            break
     while high - low > max(1, RESOLUTION * high):
         middle = (low + high) // 2
         if attempt(middle, SEARCH_S)["reasons"]:

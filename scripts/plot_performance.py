@@ -66,7 +66,7 @@ def plot_length(folder):
     ages = [point["at_s"] for point in timeline]
     figure, axes = pyplot.subplots(figsize=(6.4, 3.6))
     axes.plot(ages, [1e6 * point["node_cpu"].get("packet reader", 0) / calls for point in timeline], marker="o")
-    axes.set_xlabel("seconds since the first calls began")
+    axes.set_xlabel("seconds since the calls began (to 5 s)")
     axes.set_ylabel("packet reader, µs per call and second")
     axes.set_title(f"{calls} two-sided calls, {result['prompts_in_database']} prompts, four phases")
     memory = axes.twinx()

@@ -6,6 +6,7 @@ Everything is on 127.0.0.1 and on ports of its own; leaving the site ends what i
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -52,9 +53,8 @@ class Syslog:
         while text := self.socket.recv(65536).decode(errors="replace"):
             if "* packet queue" not in text:
                 continue
-            lines = (line.strip("* ") for line in text.splitlines() if line.startswith("* ") and ": " in line)
-            self.counters = {label.rstrip("."): int(value.split()[0])
-                             for label, value in (line.split(": ", 1) for line in lines)}
+            found = re.findall(r"^\* (.*?)\.*: (\d+) *\*?$", text, re.MULTILINE)
+            self.counters = {label: int(value) for label, value in found}
             self.blocks += 1
 
     def fresh_counters(self, seconds=12):
@@ -63,6 +63,8 @@ class Syslog:
         deadline = time.monotonic() + seconds
         while self.blocks < wanted and time.monotonic() < deadline:
             time.sleep(0.05)
+        if self.blocks < wanted:
+            sys.exit("the node writes no counters")
         return dict(self.counters)
 
 
@@ -80,11 +82,14 @@ class Site:
         self.processes = []
 
     def __enter__(self):
+        # So that what was started ends also when this process is told to.
+        signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))
         return self
 
     def __exit__(self, *_):
         for name, process in reversed(self.processes):
-            process.send_signal(signal.SIGTERM)
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
             try:
                 if process.wait(timeout=20) != 0:
                     print(f"{name} ended with status {process.returncode}", file=sys.stderr)

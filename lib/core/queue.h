@@ -6,8 +6,8 @@
 // 3. The producer publishes the item before it looks at m_waiting, the consumer sets m_waiting
 //    before it looks at m_write, with a full fence between on both sides: one of them sees the
 //    other.
-// 4. Each side keeps a copy of the other's count and looks at the count itself only when the copy says
-//    that it cannot go on. Counts only grow, so a copy errs on the safe side.
+// 4. Each side keeps a copy of the other's count: push(), take() and empty() look at the count itself
+//    only when the copy says that they cannot go on. Counts only grow, so a copy errs on the safe side.
 // 5. push() and take() never allocate; push() takes the mutex only when the consumer sleeps.
 // Slots are allocated once, at construction. Failure: push() on a full queue returns false.
 #pragma once
@@ -69,8 +69,7 @@ class Queue<T, N, true> {
     return item;
   }
 
-  /// Consumer. The producer's count is read only when all items it was known to have are taken: its
-  /// cache line changes hands once a batch, not once an item.
+  /// Consumer. Reads the producer's count only when all items that it was known to have are taken.
   bool empty() {
     const uint64_t read = m_read.load(std::memory_order_relaxed);
     if (read != m_write_seen) return false;

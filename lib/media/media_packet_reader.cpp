@@ -85,7 +85,10 @@ void PacketReader::on_queue_read(rc_ptr<PacketBuffer> buffer) {
 // The distances: a packet takes a few hundred nanoseconds, an answer from memory a hundred and more.
 void PacketReader::look_ahead() {
   m_queue.look(17);
-  if (const rc_ptr<PacketBuffer>* buffer = m_queue.peek(16)) prefetch((*buffer)->data);
+  if (const rc_ptr<PacketBuffer>* buffer = m_queue.peek(16)) {
+    prefetch((*buffer)->data, sizeof(DataPacket));
+    prefetch(&(*buffer)->length);
+  }
   look_ahead(12, PacketLookAhead::Stage::table);
   look_ahead(8, PacketLookAhead::Stage::session);
   look_ahead(4, PacketLookAhead::Stage::stream);

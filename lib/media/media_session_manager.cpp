@@ -124,12 +124,18 @@ void SessionManager::on_packet_ahead(const DataPacket& packet, Stage stage) {
   const Session& session = *entry->second;
   if (stage == Stage::session) {
     prefetch(&session, sizeof(StreamSession));
-  } else if (session.m_audit_position != m_audit_list.end()) {
-    const auto position = session.m_audit_position;
-    prefetch(stage == Stage::stream ? &*position : &*std::next(position));
-    if (stage == Stage::samples) prefetch(&*std::prev(position));
+  } else if (stage == Stage::stream) {
+    prefetch(&*session.m_audit_position);
+  } else {
+    prefetch_neighbours(session.m_audit_position);
   }
   if (!session.m_zombie) prefetch_media(session, packet, stage);
+}
+
+/// Moving an entry of the list writes to those beside it.
+void SessionManager::prefetch_neighbours(AuditList::const_iterator position) const {
+  if (position != m_audit_list.begin()) prefetch(&*std::prev(position));
+  if (++position != m_audit_list.end()) prefetch(&*position);
 }
 
 void SessionManager::prefetch_media(const Session&, const DataPacket&, Stage) const {}

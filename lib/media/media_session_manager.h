@@ -81,7 +81,7 @@ class SessionManager : public PacketReaderListener,
   int64_t now_us() const { return m_clock.now_us(); }
 
   /// Open addressing: a look-up touches two lines, and can be asked for ahead of time. Its hash is
-  /// salted, so that nobody can send keys that collide.
+  /// salted, so that keys that collide cannot easily be made.
   using SessionMap = absl::flat_hash_map<uint64_t, rc_ptr<Session>>;
 
   void erase_session(SessionMap::iterator entry);
@@ -101,6 +101,7 @@ class SessionManager : public PacketReaderListener,
   void revive_zombie(SessionMap::iterator entry, StartPacket& packet);
   void report_failed_allocation(const PacketHeader& header);
   Session* setup_zombie(const PacketHeader& header);
+  void prefetch_neighbours(AuditList::const_iterator position) const;
   /// False: the packet repeats an older one and is to be dropped.
   bool accept_sequence(Session& session, const DataPacket& packet);
   void refresh(Session& session, uint64_t mt);

@@ -378,8 +378,10 @@ void MessageBroker::count_heard(const RdKafka::Message& message) {
   if (message.err() != RdKafka::ERR_NO_ERROR && message.err() != RdKafka::ERR__PARTITION_EOF) {
     return;
   }
-  m_silent_partitions.erase({message.topic_name(), message.partition()});
-  if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
+  // Each counts, not only the last: one that is never heard must not keep the others' answers away.
+  if (m_silent_partitions.erase({message.topic_name(), message.partition()}) != 0) {
+    m_assignments.fetch_add(1, std::memory_order_release);
+  }
 }
 
 void MessageBroker::sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions,

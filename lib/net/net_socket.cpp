@@ -91,7 +91,7 @@ void Socket::note_dropped() {
 
 void Socket::say_dropped(uint64_t count) const {
   CV_LOG(WarningMessage) << "SOCKET[" << m_descriptor << "]: the kernel dropped (" << count
-                         << ") datagrams, its receive buffer was full; (" << m_kernel_dropped.get()
+                         << ") datagrams before they were read; (" << m_kernel_dropped.get()
                          << ") in all";
 }
 

@@ -43,25 +43,27 @@ TEST(LoadSender, PlaysEveryCallOfThePlanWhole) {
   EXPECT_TRUE(sender.done());
   EXPECT_EQ(sender.end_tick(), plan.end_tick);
 
-  // What each call's packets must be, in order: START, then side and number of each block, then TERM.
-  std::map<media::Uuid, std::vector<std::array<uint32_t, 3>>> sent, expected;
+  // What each call's packets must be, in order: START, then side and number of each block, then TERM;
+  // and the media time of each, in milliseconds. The last call starts at 81 of 110 ms.
+  std::map<media::Uuid, std::vector<std::array<uint32_t, 4>>> sent, expected;
   for (const std::string& text : node.texts()) {
     media::DataPacket packet{};
     std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
     const bool data = packet.type == media::PACKET_DATA;
-    sent[packet.uuid].push_back({packet.type, data ? packet.side() : 0U, data ? packet.seq : 0U});
+    sent[packet.uuid].push_back({packet.type, data ? packet.side() : 0U, data ? packet.seq : 0U,
+                                 static_cast<uint32_t>(packet.mt / 1000)});
   }
   uint64_t packets = 0;
-  const uint32_t lengths[] = {3, 3, 3, 2};
+  const uint32_t lengths[] = {3, 3, 3, 2}, ends_ms[] = {60, 60, 50, 29};
   for (uint32_t call = 0; call < 4; ++call) {
     ASSERT_EQ(plan.blocks_until(call, plan.end_tick), lengths[call]);
     auto& list = expected[load_uuid(run, call)];
-    list.push_back({media::PACKET_START, 0, 0});
+    list.push_back({media::PACKET_START, 0, 0, 0});
     for (uint32_t seq = 1; seq <= lengths[call]; ++seq) {
-      list.push_back({media::PACKET_DATA, 0, seq});
-      list.push_back({media::PACKET_DATA, 1, seq});
+      list.push_back({media::PACKET_DATA, 0, seq, 20 * (seq - 1)});
+      list.push_back({media::PACKET_DATA, 1, seq, 20 * (seq - 1)});
     }
-    list.push_back({media::PACKET_TERM, 0, 0});
+    list.push_back({media::PACKET_TERM, 0, 0, ends_ms[call]});
     packets += packets_of(lengths[call]);
   }
   EXPECT_EQ(sent, expected);

@@ -34,8 +34,13 @@ namespace {
 constexpr int report_buffer_bytes = 16 << 20;
 // The first packets are due this long after everything is made.
 constexpr int64_t head_start_us = 200000;
-// What was reported about each takes memory until the end.
-constexpr double max_calls_in_all = 50e6;
+// How often the bar and the stop signal are looked at when no reports come.
+constexpr int64_t turn_us = 100000;
+// What was reported about each takes 40 bytes until the end.
+constexpr double max_calls_in_all = 10e6;
+constexpr double max_script_bytes = 8e9;
+
+constexpr double bytes_a_second = 2 * sizeof(int16_t) * audio_rate_hz;  // of both sides
 
 using Scripts = std::vector<CallScript>;
 
@@ -46,7 +51,7 @@ class LoadFailure : public std::runtime_error {
 
 int64_t ticks(double seconds) { return std::llround(seconds * 1e6 / tick_us); }
 
-ScriptWriter::Recordings read_background(const std::string& folder) {
+ScriptWriter::Recordings read_background(const std::string& folder, StopSignals& stop) {
   const auto found = FileWatcher(folder, {}).look();
   if (!found.error.empty()) throw LoadFailure(found.error);
   ScriptWriter::Recordings recordings;
@@ -60,24 +65,29 @@ ScriptWriter::Recordings read_background(const std::string& folder) {
       std::cerr << "corvanth: " << file << ": " << error << "; left out\n";
     }
     bar.update(recordings.size(), found.changed.size());
+    if (stop.check()) throw LoadFailure("broken off");
   }
   if (recordings.empty()) throw LoadFailure("there is no recording in " + folder);
   return recordings;
 }
 
-LoadRule read_rule(const LoadOptions& options) {
+LoadRule read_rule(const LoadOptions& options, StopSignals& stop) {
   std::string error;
   ProgressBar bar("fingerprinting");
   auto rule = read_load_rule(
       {options.samples, options.rules, options.rule, options.phases},
-      [&](std::size_t done, std::size_t total) { bar.update(done, total); }, error);
+      [&](std::size_t done, std::size_t total) {
+        bar.update(done, total);
+        if (stop.check()) throw LoadFailure("broken off");
+      },
+      error);
   if (!rule) throw LoadFailure(error);
   return std::move(*rule);
 }
 
 Scripts write_scripts(const LoadOptions& options, const LoadPlan& plan, const LoadRule& rule,
                       StopSignals& stop) {
-  const auto background = read_background(options.background);
+  const auto background = read_background(options.background, stop);
   ScriptWriter writer(background, rule, static_cast<uint8_t>(options.drift_frames), options.seed);
   ProgressBar bar("writing calls");
   Scripts scripts;
@@ -169,13 +179,13 @@ class LoadRun {
 
  private:
   void receive() {
-    m_stop.wait_readable_until(m_reports.descriptor(), steady_clock().now_us() + 100000);
-    // Asked again and again, because a wait that a signal ended says nothing about the socket.
-    while (m_stop.wait_readable_until(m_reports.descriptor(), 0) || m_reports.has_unread()) {
+    const int64_t end_us = steady_clock().now_us() + turn_us;
+    if (!m_stop.wait_readable_until(m_reports.descriptor(), end_us)) return;
+    do {
       const std::size_t size = m_reports.read(m_buffer.data(), m_buffer.size());
       m_judge->take({reinterpret_cast<const char*>(m_buffer.data()), size},
                     steady_clock().now_us());
-    }
+    } while (m_reports.has_unread());
   }
 
   /// Until all is there, and a little longer for what should not be.
@@ -223,7 +233,7 @@ int run_load(const LoadOptions& options) {
   const LogToStandardError log;
   const LoadPlan plan = make_plan(options);
   try {
-    const LoadRule rule = read_rule(options);
+    const LoadRule rule = read_rule(options, stop);
     const Scripts scripts = write_scripts(options, plan, rule, stop);
     if (stop.stopped()) return exit_failed;
     const LoadSummary summary = LoadRun(options, plan, scripts, stop).run(options.drain_s);
@@ -285,9 +295,16 @@ void add_load_command(CLI::App& app, int& status) {
       ->capture_default_str();
   command->add_flag("--json", options->json, "print the verdict as JSON");
   command->callback([options, &status] {
+    for (const double value : {options->ramp_s, options->duration_s, options->call_length_s,
+                               options->share, options->drain_s}) {
+      if (!std::isfinite(value)) throw CLI::ValidationError("load", "a number is needed, not nan");
+    }
+    if (options->scripts * options->call_length_s * bytes_a_second > max_script_bytes) {
+      throw CLI::ValidationError("--scripts", "of that length take more than 8 GB of memory");
+    }
     const double rounds = (options->ramp_s + options->duration_s) / options->call_length_s + 1;
     if (rounds * options->calls > max_calls_in_all) {
-      throw CLI::ValidationError("--duration", "makes more than 50 million calls in all");
+      throw CLI::ValidationError("--duration", "makes more than 10 million calls in all");
     }
     status = run_load(*options);
   });

@@ -19,13 +19,18 @@ struct LoadPlan {
   uint32_t slots = 0;
   uint32_t scripts = 0;
   uint32_t call_blocks = 0;  // length of a whole call
-  int64_t ramp_ticks = 0;    // the slots' starts are spread evenly over it
+  int64_t ramp_ticks = 0;    // the slots' starts are spread over it
   int64_t end_tick = 0;      // of the run: every call has ended before or at it
 
   /// Slots whose packets fall on the same tick of every 20 ms.
   static int64_t phase_of(int64_t tick) { return tick % block_ticks; }
 
-  int64_t slot_start(uint32_t slot) const { return ramp_ticks * slot / std::max(slots, 1U); }
+  /// Neighbours differ in their phase, so that every tick has its share of the packets whatever the
+  /// number of slots and the length of the ramp.
+  int64_t slot_start(uint32_t slot) const {
+    const int64_t in_ramp = ramp_ticks * slot / std::max(slots, 1U);
+    return in_ramp / block_ticks * block_ticks + slot % block_ticks;
+  }
 
   uint32_t call_number(uint32_t slot, int64_t round) const {
     return static_cast<uint32_t>(round) * slots + slot;

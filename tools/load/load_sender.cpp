@@ -40,7 +40,7 @@ LoadSender::LoadSender(const LoadPlan& plan, const std::vector<CallScript>& scri
   for (uint32_t number = 0; number < plan.slots; ++number) {
     const int64_t start_tick = plan.slot_start(number);
     m_phases[static_cast<std::size_t>(LoadPlan::phase_of(start_tick))].push_back(
-        {number, start_tick, false, {}, nullptr});
+        {.number = number, .start_tick = start_tick});
   }
 }
 
@@ -88,6 +88,7 @@ void LoadSender::begin_call(Slot& slot, uint32_t call) {
   slot.key = {crc64(call_id), load_uuid(m_calls.run, call)};
   slot.script = &m_scripts[m_plan.script_of(call)];
   slot.in_call = true;
+  slot.call = call;
   media::StartFields fields;
   fields.features = m_calls.features;
   fields.flags = media::StartPacket::flag_rule;
@@ -107,7 +108,8 @@ void LoadSender::end_call(Slot& slot, uint64_t media_us) {
 void LoadSender::end_all(int64_t tick) {
   for (std::vector<Slot>& slots : m_phases) {
     for (Slot& slot : slots) {
-      if (slot.in_call) end_call(slot, static_cast<uint64_t>((tick - slot.start_tick) * tick_us));
+      if (!slot.in_call) continue;
+      end_call(slot, static_cast<uint64_t>((tick - m_plan.call_start(slot.call)) * tick_us));
     }
   }
   m_batch.flush();

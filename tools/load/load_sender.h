@@ -56,7 +56,8 @@ class LoadSender : public Thread {
     uint32_t number;
     int64_t start_tick;
     bool in_call = false;
-    media::CallKey key;
+    uint32_t call = 0;
+    media::CallKey key{};
     const CallScript* script = nullptr;
   };
 

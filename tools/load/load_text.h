@@ -17,8 +17,11 @@ struct LoadSummary {
   uint64_t reports_dropped = 0;  // by this machine's kernel
   Verdict verdict;
 
-  /// Nothing missing, nothing wrong, everything sent.
-  bool passed() const { return verdict.missing == 0 && verdict.wrong == 0 && packets_refused == 0; }
+  /// Nothing missing, nothing wrong, everything sent. A load without findings shows nothing: it fails.
+  bool passed() const {
+    return verdict.expected != 0 && verdict.missing == 0 && verdict.wrong == 0 &&
+           packets_refused == 0;
+  }
 };
 
 /// Lines for a person.

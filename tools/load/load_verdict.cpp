@@ -1,6 +1,7 @@
 #include "tools/load/load_verdict.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "tools/json_text.h"
 #include "tools/load/load_sender.h"
@@ -12,12 +13,13 @@ namespace {
 
 constexpr std::size_t max_examples = 20;
 
-/// By the nearest rank.
+/// By the nearest rank: the smallest value that so large a share of all does not exceed.
 Delays delays_of(std::vector<double> values_ms) {
   if (values_ms.empty()) return {};
   std::sort(values_ms.begin(), values_ms.end());
   const auto at = [&](double share) {
-    return values_ms[static_cast<std::size_t>(share * static_cast<double>(values_ms.size() - 1))];
+    const double rank = std::ceil(share * static_cast<double>(values_ms.size()));
+    return values_ms[static_cast<std::size_t>(rank) - 1];
   };
   return {at(0.5), at(0.95), at(0.99), values_ms.back()};
 }
