@@ -65,9 +65,9 @@ class MessageBroker : public RdKafka::RebalanceCb,
   static unsigned char* compress(const unsigned char* data, size_t& size);
   static unsigned char* decompress(const unsigned char* data, size_t& size);
 
-  /// How many times partitions have been assigned and then listened to, so far. When it has grown
-  /// since a request was sent, the answer may have been published before anybody listened; the
-  /// answer to one sent now will be heard. Any thread.
+  /// Grows with the first assignment and with each partition of a later one that is listened to. When
+  /// it has grown since a request was sent, the answer may have been published before anybody listened;
+  /// the answer to one sent when all partitions have counted will be heard. Any thread.
   uint64_t assignments() const { return m_assignments.load(std::memory_order_acquire); }
 
   void rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::ErrorCode code,
