@@ -105,7 +105,17 @@ void SessionManager::on_packet(TerminatePacket& packet) {
 }
 
 void SessionManager::on_packet_try() {
-  if (m_sessions.size() > busy_audit_sessions) on_packet_idle();
+  if (m_sessions.size() <= busy_audit_sessions) return;
+  on_packet_idle();
+  prefetch_front();
+}
+
+/// Whoever comes to the front next is looked at in some packets' time.
+void SessionManager::prefetch_front() const {
+  if (m_audit_list.size() < 3) return;
+  const auto second = std::next(m_audit_list.begin());
+  if (*second) prefetch(&(*second)->m_last_activity_us);
+  prefetch(&*std::next(second));
 }
 
 bool SessionManager::on_packet_idle() {

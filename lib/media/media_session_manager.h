@@ -101,6 +101,7 @@ class SessionManager : public PacketReaderListener,
   void revive_zombie(SessionMap::iterator entry, StartPacket& packet);
   void report_failed_allocation(const PacketHeader& header);
   Session* setup_zombie(const PacketHeader& header);
+  void prefetch_front() const;
   void prefetch_neighbours(AuditList::const_iterator position) const;
   /// False: the packet repeats an older one and is to be dropped.
   bool accept_sequence(Session& session, const DataPacket& packet);
