@@ -34,6 +34,10 @@ void* operator new(std::size_t size) {
   ++plain_news;
   return checked(std::malloc(size));
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  ++plain_news;
+  return std::malloc(size);
+}
 void* operator new(std::size_t size, std::align_val_t alignment) {
   ++aligned_news;
   const auto unit = static_cast<std::size_t>(alignment);
