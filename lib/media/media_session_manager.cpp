@@ -132,9 +132,9 @@ void SessionManager::on_packet_ahead(const DataPacket& packet, Stage stage) {
   const auto entry = m_sessions.find(packet.id);
   if (entry == m_sessions.end()) return;
   const Session& session = *entry->second;
-  if (stage == Stage::session) {
-    prefetch(&session, sizeof(StreamSession));
-  } else if (stage == Stage::stream) {
+  // Not a look into it yet, that would wait for the very answer.
+  if (stage == Stage::session) return prefetch(&session, sizeof(StreamSession));
+  if (stage == Stage::stream) {
     prefetch(&*session.m_audit_position);
   } else {
     prefetch_neighbours(session.m_audit_position);
