@@ -13,6 +13,7 @@
 #include "core/thread.h"
 #include "log/log.h"
 #include "log/log_sinks.h"
+#include "log/log_syslog_thread.h"
 #include "utils/utils_path.h"
 
 namespace cv::app {
@@ -83,6 +84,7 @@ int ServiceBase::start(int argc, char** argv) {
     status = ended ? *ended : run();
     return true;
   });
+  log::SyslogThread::instance().stop();
   on_logger_close();
   m_started = false;
   return status;
@@ -101,6 +103,8 @@ std::optional<int> ServiceBase::prepare(int argc, char** argv) {
   on_pre_start();
   if (m_daemon_supported && m_daemon) go_to_background();
   signals_subscribe();
+  // Not before the fork, which takes the calling thread along and no other.
+  log::SyslogThread::instance().start();
   return std::nullopt;
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <ctime>
+#include <iostream>
+#include <new>
 #include <sys/time.h>
 
 namespace cv::log {
@@ -13,6 +15,16 @@ LoggerImpl::~LoggerImpl() {
 }
 
 void LoggerImpl::dummy_write(void*, const char*, int, const Message&) {}
+
+void emit(const char* file, int line, const Message& message) noexcept {
+  const LoggerImpl& logger = Logger::m_instance;
+  try {
+    logger.write(logger.context, file, line, message);
+  } catch (const std::bad_alloc&) {
+    constexpr std::string_view instead = "ERROR   | log | LOG: a line was lost: out of memory\n";
+    std::cerr.rdbuf()->sputn(instead.data(), instead.size());
+  }
+}
 
 std::string format_time() {
   timeval now{};

@@ -7,8 +7,9 @@
 //
 // Threads: the logger record is written only while the process is single-threaded (start-up and
 // shut-down); every thread reads it without a lock, and each sink emits a line in one call.
-// Failure: logging never fails to its caller; before it is opened and after it is closed, lines
-// vanish.
+// Failure: logging never fails to its caller. Before it is opened and after it is closed, lines
+// vanish; without memory for its text a line ends early or is missing. Only what the call site makes
+// itself, a string to be streamed, may throw there.
 #pragma once
 
 #include <array>
@@ -101,12 +102,15 @@ struct ModuleName {
   }
 };
 
-/// Hands a message to the logger when the full expression of its CV_LOG statement ends.
+/// Hands a message to the logger.
+void emit(const char* file, int line, const Message& message) noexcept;
+
+/// Does so when the full expression of its CV_LOG statement ends.
 template <typename MessageType>
 class Entry {
  public:
   Entry(const char* file, int line) : m_file(file), m_line(line) {}
-  ~Entry() { Logger::m_instance.write(Logger::m_instance.context, m_file, m_line, m_message); }
+  ~Entry() { emit(m_file, m_line, m_message); }
   Entry(const Entry&) = delete;
   Entry& operator=(const Entry&) = delete;
 

@@ -1,7 +1,10 @@
 #include "log/log_sinks.h"
 
 #include <iostream>
+#include <new>
 #include <syslog.h>
+
+#include "log/log_syslog_thread.h"
 
 namespace cv::log {
 
@@ -24,20 +27,27 @@ void Stdlog::write(void*, const char* file, int line, const Message& message) {
 
 void Syslog::write(const char* file, int line, LocalLevel facility, const Message& message) {
   if (below_threshold(message)) return;
-  std::ostringstream text;
-  format_message(text, file, line, message);
-  text.clear();
-  text << '\n';
   const int priority =
       static_cast<int>(facility) | level_to_syslevel[static_cast<std::size_t>(message.level)];
-  syslog(priority, "%s", text.str().c_str());
+  SyslogThread& thread = SyslogThread::instance();
+  try {
+    std::ostringstream text;
+    format_message(text, file, line, message);
+    text.clear();
+    text << '\n';
+    thread.write(priority, std::move(text).str());
+  } catch (const std::bad_alloc&) {
+    thread.note_lost();
+  }
 }
 
 void Syslog::write(void*, const char* file, int line, const Message& message) {
   write(file, line, LocalLevel::USER, message);
 }
 
-void Syslog::close(void*) { closelog(); }
+void Syslog::close(void*) {
+  if (!SyslogThread::instance().given_up()) closelog();
+}
 
 void open_stdlog() {
   Logger::m_instance.write = &Stdlog::write;

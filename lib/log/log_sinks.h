@@ -1,7 +1,8 @@
 // The two places a log line can go: standard error and syslog.
 //
-// Both drop messages below the logger's threshold and take no lock of their own. Opening and
-// closing happen while the process is single-threaded; writing may happen on any thread.
+// Both drop messages below the logger's threshold. While the syslog thread runs (log_syslog_thread.h)
+// lines reach syslog through it, and no writer waits for the daemon. Opening and closing happen while
+// the process is single-threaded; writing may happen on any thread.
 #pragma once
 
 #include <string>

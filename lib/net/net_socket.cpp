@@ -13,7 +13,7 @@
 
 #include "core/clock.h"
 #include "log/log.h"
-#include "log/log_sinks.h"
+#include "log/log_syslog_thread.h"
 
 namespace cv::net {
 
@@ -67,18 +67,29 @@ void Socket::widen_receive_buffer() const {
 }
 
 std::size_t Socket::read(unsigned char* buffer, std::size_t size) {
-  if (m_batch == nullptr) m_batch = std::make_unique<DatagramBatch>();
-  while (m_batch->empty()) {
+  while (!has_unread()) {
     // Tried before waiting: under load packets are there already, and one system call gets them.
-    const int error = m_batch->fill(m_descriptor);
-    note_dropped();
-    if (error == 0) continue;
+    const int error = fill_batch();
     if (error == EINTR) return interrupted();
-    if (error != EAGAIN && error != EWOULDBLOCK) fail_read(error);
+    if (error == 0) continue;
     if (!wait_for_data()) return interrupted();
     let_gather();
   }
   return m_batch->take(buffer, size);
+}
+
+bool Socket::fetch() {
+  if (!has_unread()) fill_batch();
+  return has_unread();
+}
+
+/// 0, EINTR, or EAGAIN when nothing is there; any other error does not return.
+int Socket::fill_batch() {
+  if (m_batch == nullptr) m_batch = std::make_unique<DatagramBatch>();
+  const int error = m_batch->fill(m_descriptor);
+  note_dropped();
+  if (error != 0 && error != EINTR && error != EAGAIN) fail_read(error);
+  return error;
 }
 
 void Socket::note_dropped() {
@@ -130,6 +141,7 @@ void Socket::fail_read(int error) {
   CV_LOG(ErrorMessage) << "SOCKET[" << m_descriptor << "]: failed to read a data, error (" << error
                        << "): " << strerror(error);
   close();
+  log::SyslogThread::instance().flush();
   // Not exit(): other threads still use the objects that static destructors would take from them.
   std::_Exit(-1);
 }

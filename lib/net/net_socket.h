@@ -60,9 +60,11 @@ class Socket {
   /// ends the process with status -1.
   std::size_t read(unsigned char* buffer, std::size_t size);
 
-  /// Whether a datagram has been taken from the kernel and not been read: a wait for the descriptor to
-  /// become readable would miss it.
-  bool has_unread() const { return m_batch != nullptr && !m_batch->empty(); }
+  /// Whether there is a datagram to read, without waiting for one. For whoever waits for the descriptor
+  /// to become readable, before the wait and after it: before, because datagrams come out of the kernel
+  /// by the batch; after, because what made it readable may turn out to be none (a bad checksum), and
+  /// read() would wait on. Fails as read() does.
+  bool fetch();
 
   /// The socket's own buffer, which must be there. Receives nothing.
   Buffer& read();
@@ -84,6 +86,8 @@ class Socket {
   std::unique_ptr<Buffer> read_buffer;
 
  private:
+  bool has_unread() const { return m_batch != nullptr && !m_batch->empty(); }
+  int fill_batch();
   void widen_receive_buffer() const;
   void note_dropped();
   void say_dropped(uint64_t count) const;

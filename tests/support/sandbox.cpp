@@ -46,18 +46,33 @@ Sandbox::Sandbox() {
     const std::string place = m_folder.write(std::string("dev/") + device, "");
     m_mounts.push_back({std::string("/dev/") + device, place});
   }
-  m_syslog_socket = bind_unix_datagram(m_folder / "dev/log");
-  m_collector = std::thread([this] { collect_syslog(); });
+  start_syslog();
   m_mounts.push_back({m_folder / "dev", "/dev"});
   m_mounts.push_back({m_folder / "etc", "/etc"});
   m_mounts.push_back({m_folder / "varlog", "/var/log"});
 }
 
-Sandbox::~Sandbox() {
+Sandbox::~Sandbox() { end_syslog(); }
+
+void Sandbox::start_syslog() {
+  m_syslog_socket = bind_unix_datagram(m_folder / "dev/log");
+  m_collector = std::thread([this] { collect_syslog(m_syslog_socket); });
+}
+
+void Sandbox::end_syslog() {
+  if (!m_collector.joinable()) return;
+  hang_syslog(false);
   // Ends the collector's wait.
   shutdown(m_syslog_socket, SHUT_RDWR);
   m_collector.join();
   close(m_syslog_socket);
+  fs::remove(m_folder / "dev/log");
+}
+
+void Sandbox::hang_syslog(bool hangs) {
+  const std::lock_guard lock(m_mutex);
+  m_syslog_hangs = hangs;
+  m_changed.notify_all();
 }
 
 std::string Sandbox::write_file(const std::string& name, const std::string& content) const {
@@ -79,10 +94,11 @@ std::string Sandbox::syslog() const {
   return m_syslog;
 }
 
-void Sandbox::collect_syslog() {
+void Sandbox::collect_syslog(int socket) {
   char datagram[65536];
-  for (ssize_t size; (size = recv(m_syslog_socket, datagram, sizeof datagram, 0)) > 0;) {
-    const std::lock_guard lock(m_mutex);
+  for (ssize_t size; (size = recv(socket, datagram, sizeof datagram, 0)) > 0;) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return !m_syslog_hangs; });
     m_syslog.append(datagram, static_cast<size_t>(size));
     if (!m_syslog.ends_with('\n')) m_syslog += '\n';
   }

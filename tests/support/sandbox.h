@@ -3,6 +3,7 @@
 // side by side. Made of a mount namespace of the child process (a user namespace too without root).
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -29,6 +30,12 @@ class Sandbox {
 
   /// Every syslog datagram so far, "<PRI>rest" as it came, each ended by a line feed.
   std::string syslog() const;
+  /// The syslog daemon takes nothing any more, as far as its queue of ten lines and one more, or goes on.
+  void hang_syslog(bool hangs);
+  /// The daemon has ended: /dev/log is gone.
+  void end_syslog();
+  /// Another daemon has made /dev/log anew.
+  void start_syslog();
 
   /// Called between fork and exec in the child; true when the view is in place.
   bool enter() const;
@@ -39,13 +46,15 @@ class Sandbox {
     std::string to;
   };
 
-  void collect_syslog();
+  void collect_syslog(int socket);
 
   TemporaryFolder m_folder;
   std::vector<Mount> m_mounts;
   int m_syslog_socket = -1;
   mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
   std::string m_syslog;
+  bool m_syslog_hangs = false;
   // The socket's queue holds ten lines, and behind a full one a child's syslog() would block.
   std::thread m_collector;
 };

@@ -83,7 +83,10 @@ int run_listen(const ListenOptions& options) {
   Listener listener(options.table ? ReportForm::table : ReportForm::json_lines);
   std::vector<unsigned char> buffer(max_datagram_bytes);
   while (!enough(listener) && !stop.stopped() && steady_clock().now_us() < end_us) {
-    if (!socket.has_unread() && !stop.wait_readable_until(socket.descriptor(), end_us)) continue;
+    if (!socket.fetch()) {
+      stop.wait_readable_until(socket.descriptor(), end_us);
+      continue;
+    }
     const std::size_t size = socket.read(buffer.data(), buffer.size());
     listener.take({reinterpret_cast<const char*>(buffer.data()), size});
   }

@@ -180,12 +180,12 @@ class LoadRun {
  private:
   void receive() {
     const int64_t end_us = steady_clock().now_us() + turn_us;
-    if (!m_stop.wait_readable_until(m_reports.descriptor(), end_us)) return;
-    do {
+    if (!m_reports.fetch()) m_stop.wait_readable_until(m_reports.descriptor(), end_us);
+    while (m_reports.fetch() && steady_clock().now_us() < end_us) {
       const std::size_t size = m_reports.read(m_buffer.data(), m_buffer.size());
       m_judge->take({reinterpret_cast<const char*>(m_buffer.data()), size},
                     steady_clock().now_us());
-    } while (m_reports.has_unread());
+    }
   }
 
   /// Until all is there, and a little longer for what should not be.
