@@ -114,7 +114,7 @@ class Site:
             time.sleep(0.05)
 
     def start_configd(self):
-        self.rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 5.0}]}))
+        self.rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 4.5}]}))
         configd = self.start("configd", [
             self.tool, "configd", "--embedded-broker", "--samples", str(self.samples), "--rules", str(self.rules),
             "--state", str(self.folder / "state.json"), "--write-kafka-conf", str(self.kafka_conf),

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <unistd.h>
 
-#include "audio/audio_fingerprint.h"
+#include "audio/audio_sample_packet.h"
 #include "tools/command_line.h"
 #include "tools/progress_bar.h"
 
@@ -29,10 +29,10 @@ std::string json_line(const std::string& file, const Fingerprint& fingerprint, b
   writer.Key("frames");
   writer.Uint64(fingerprint.frames);
   writer.Key("points");
-  writer.Uint64(fingerprint.points);
+  writer.Uint64(fingerprint.points.size());
   if (with_hash) {
     writer.Key("hash");
-    writer.String(to_hex(fingerprint.packet).c_str());
+    writer.String(to_hex(audio::write_sample_packet(fingerprint.points)).c_str());
   }
   writer.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
@@ -50,12 +50,12 @@ bool write_packet(const std::string& path, const std::vector<unsigned char>& pac
 std::string describe_fingerprint(const std::string& file, const Fingerprint& fingerprint,
                                  const FingerprintOptions& options) {
   if (options.json) return json_line(file, fingerprint, options.hex);
-  if (options.hex) return to_hex(fingerprint.packet) + "\n";
+  if (options.hex) return to_hex(audio::write_sample_packet(fingerprint.points)) + "\n";
   if (!options.output.empty()) return {};
   std::ostringstream text;
   text << file << ": " << std::fixed << std::setprecision(2) << fingerprint.seconds << " s, "
-       << fingerprint.frames << " frames, " << fingerprint.points << " points, "
-       << fingerprint.packet.size() << " bytes\n";
+       << fingerprint.frames << " frames, " << fingerprint.points.size() << " points, "
+       << audio::write_sample_packet(fingerprint.points).size() << " bytes\n";
   return text.str();
 }
 
@@ -72,12 +72,13 @@ int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::o
   for (const std::string& file : options.files) {
     if (with_bar) bar.update(done++, options.files.size());
     std::string error;
-    const auto fingerprint = fingerprint_file(file, options.phases, error);
+    const auto fingerprint = fingerprint_file(file, options.settings, error);
     if (!fingerprint) {
       fail(file, error);
       continue;
     }
-    if (!options.output.empty() && !write_packet(options.output, fingerprint->packet)) {
+    if (!options.output.empty() &&
+        !write_packet(options.output, audio::write_sample_packet(fingerprint->points))) {
       fail(options.output, "cannot be written");
     }
     out << describe_fingerprint(file, *fingerprint, options);
@@ -95,9 +96,7 @@ void add_fingerprint_command(CLI::App& app, int& status) {
   command->add_flag("--hex", options->hex, "print each packet as a line of hexadecimal digits");
   command->add_flag("--json", options->json,
                     "print a JSON object a file; with --hex it holds the packet as \"hash\"");
-  command->add_option("--phases", options->phases, "positions within a frame to fingerprint from")
-      ->check(CLI::Range(1u, audio::max_fingerprint_phases))
-      ->capture_default_str();
+  add_fingerprint_settings(*command, options->settings);
   command->callback([options, &status] {
     if (!options->output.empty() && options->files.size() > 1) {
       throw CLI::ValidationError("--output", "takes the packet of one FILE only");

@@ -11,7 +11,7 @@ namespace cv::tools {
 
 struct FingerprintOptions {
   std::vector<std::string> files;
-  unsigned phases = default_phases;
+  FingerprintSettings settings{};
   std::string output{};  // where the packet's bytes go; only with one file
   bool hex = false;
   bool json = false;

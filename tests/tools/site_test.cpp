@@ -1,11 +1,13 @@
 // Recordings and rules as they change on disk, and what nodes would be told; the recordings' packets
-// are made from the files' text, so that no audio is needed.
+// are made from the files' text, a point a character, so that no audio is needed.
 #include "tools/configd/site.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <optional>
 
+#include "audio/audio_sample_packet.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include "tools/text_file.h"
@@ -27,21 +29,24 @@ class SiteTest : public testing::Test {
   }
   void rules(const std::string& text) { m_folder.write("rules.json", text); }
 
-  void start() {
+  void start(unsigned drop_common = 0) {
     auto state = StateFile::open(m_folder / "state", 100, m_error);
     m_site.emplace(
-        SiteSettings{samples(), m_folder / "rules.json"}, std::move(state.value()),
+        SiteSettings{samples(), m_folder / "rules.json", drop_common}, std::move(state.value()),
         [this](const std::string& name, std::string& reason) { return read(name, reason); });
     ASSERT_TRUE(m_site->start(nullptr, m_error)) << m_error;
   }
 
-  /// The packet is the file's text behind a header; "bad" cannot be read, "silent" has no points.
+  /// "bad" cannot be read, "silent" has no points.
   std::vector<unsigned char> read(const std::string& name, std::string& error) {
     const std::string text = read_file(samples() + "/" + name, error).value_or("bad");
     error = "half copied";
     if (text == "bad") return {};
-    std::string packet = std::string("GH\0\0\1\0\0\0", 8) + (text == "silent" ? "" : text);
-    return {packet.begin(), packet.end()};
+    std::vector<audio::HashPoint> points;
+    for (const char c : text == "silent" ? "" : text) {
+      points.push_back({static_cast<uint32_t>(c), static_cast<uint32_t>(points.size())});
+    }
+    return audio::write_sample_packet(points);
   }
 
   /// A change is taken with the second look that sees it.
@@ -155,6 +160,44 @@ TEST_F(SiteTest, VersionsAndIdsGoOnAfterARestart) {
   record("a.wav", "changed while nobody looked");
   start();
   EXPECT_EQ(versions(), Versions(101, 100));
+}
+
+TEST_F(SiteTest, TheCommonestHashesGoAndOneMoreRecordingRenewsNoOther) {
+  const std::string x(20, 'x'), y(20, 'y');
+  record("a.wav", x + "ABCDEFGHIJKLMNOPQRST");
+  record("b.wav", y + "ABCDEFGHIJKLMNOPQRST");
+  record("short.wav", "xxz");
+  record("unserved/c.wav", y + "ABCDEFGHIJKLMNOPQRST" + y);
+  rules(R"({"rules": [{"id": 1, "samples": ["a.wav", "b.wav", "s*.wav", "d*.wav", "e*.wav"]}]})");
+  start(1);
+  const auto size_of = [this](std::size_t points) {
+    std::size_t found = 0;
+    for (const auto& [id, packet] : m_site->snapshot().packets) {
+      found += packet.size() == 8 + 8 * points;
+    }
+    return found;
+  };
+  EXPECT_EQ(size_of(20), 1u) << "a without its x";
+  EXPECT_EQ(size_of(40), 1u) << "b as it was";
+  EXPECT_EQ(size_of(3), 1u) << "without its x a third would be left";
+  EXPECT_TRUE(m_log.has_containing("recording [short.wav] keeps the commonest hashes"));
+
+  // Twenty-three y: the commonest by now, but x is 22 of them, nine tenths of the votes.
+  const auto before = m_site->snapshot().packets;
+  record("d.wav", "yyyUVW");
+  EXPECT_TRUE(look_twice());
+  const auto with_d = m_site->snapshot().packets;
+  EXPECT_EQ(with_d.size(), before.size() + 1);
+  EXPECT_TRUE(std::includes(with_d.begin(), with_d.end(), before.begin(), before.end()));
+  start(1);
+  EXPECT_EQ(m_site->snapshot().packets, with_d) << "a restart chooses no other";
+
+  record("e.wav", "yyyyUVWXYZ");
+  EXPECT_TRUE(look_twice());
+  EXPECT_EQ(size_of(40), 1u) << "a with its x";
+  EXPECT_EQ(size_of(20), 1u) << "b without its y";
+  start(0);
+  EXPECT_EQ(size_of(40), 2u);
 }
 
 TEST_F(SiteTest, NothingIsToldBeforeTheStateIsOnDisk) {

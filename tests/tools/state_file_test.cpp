@@ -56,6 +56,8 @@ TEST_F(StateFileTest, AnIdFollowsTheContentAndSurvivesRestartsAndTheLossOfTheFil
 TEST_F(StateFileTest, RefusesWhatIsNoStateInsteadOfStartingAfresh) {
   const std::string table[] = {
       "", R"({"format": 2})",
+      R"({"format": 1, "samples": {}, "sample_configuration": {"version": 4, "content": "0"},)"
+      R"( "deadair_configuration": {"version": 4, "content": "0"}, "dropped_hashes": [2, 1]})",
       R"({"format": 1, "samples": {}, "sample_configuration": {"version": -1, "content": "0"},)"
       R"( "deadair_configuration": {"version": 4, "content": "0"}})"};
   for (const std::string& text : table) {

@@ -8,7 +8,6 @@
 #include <optional>
 #include <unistd.h>
 
-#include "audio/audio_fingerprint.h"
 #include "core/clock.h"
 #include "log/log.h"
 #include "log/log_sinks.h"
@@ -120,8 +119,10 @@ bool start_site(const ConfigdOptions& options, std::optional<Site>& site, std::s
   auto state =
       StateFile::open(options.state_path, static_cast<uint64_t>(std::time(nullptr)), error);
   if (!state) return false;
-  site.emplace(SiteSettings{options.sample_directory, options.rules_path}, std::move(*state),
-               fingerprint_reader(options.sample_directory, options.phases));
+  site.emplace(
+      SiteSettings{options.sample_directory, options.rules_path, options.settings.drop_common},
+      std::move(*state),
+      fingerprint_reader(options.sample_directory, options.settings.fingerprint));
   ProgressBar bar("fingerprinting");
   return site->start([&](std::size_t done, std::size_t total) { bar.update(done, total); }, error);
 }
@@ -201,9 +202,7 @@ void add_configd_command(CLI::App& app, int& status) {
       ->check(CLI::ExistingFile);
   command->add_option("--state", options->state_path,
                       "state file, kept from run to run (default: RULES.state)");
-  command->add_option("--phases", options->phases, "positions within a frame to fingerprint from")
-      ->check(CLI::Range(1u, audio::max_fingerprint_phases))
-      ->capture_default_str();
+  add_sample_settings(*command, options->settings);
   auto* brokers = command->add_option("--brokers", options->brokers, "Kafka, HOST:PORT[,...]");
   auto* embedded = command->add_flag("--embedded-broker", options->embedded_broker,
                                      "be the Kafka broker too; for demos and tests");

@@ -16,7 +16,7 @@ struct ConfigdOptions {
   std::string sample_directory;
   std::string rules_path;
   std::string state_path;  // empty: the rules file's with ".state" appended
-  unsigned phases = default_phases;
+  SampleSettings settings{};
   std::string brokers;
   bool embedded_broker = false;
   // Made up front: a node that subscribes to a topic before it exists may take minutes to notice it.

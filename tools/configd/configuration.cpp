@@ -81,6 +81,18 @@ Configuration resolve(const Rules& rules, const std::map<std::string, uint32_t>&
   return out;
 }
 
+std::set<std::string> served_recordings(
+    const Rules& rules, const std::map<std::string, std::vector<unsigned char>>& packets) {
+  std::map<std::string, uint32_t> files;
+  for (const auto& [file, packet] : packets) files[file] = 0;
+  Configuration unused;
+  std::set<std::string> served;
+  for (const Rule& rule : rules.rules) {
+    for (const auto& [file, use] : find_uses(rule, files, unused)) served.insert(file);
+  }
+  return served;
+}
+
 std::string default_sample_name(const std::string& file) {
   const auto slash = file.rfind('/');
   const auto dot = file.rfind('.');

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ struct Configuration {
 /// and an earlier pattern beats a later one. Entries are in the order of their ids, so that equal
 /// configurations have equal texts however their files are ordered.
 Configuration resolve(const Rules& rules, const std::map<std::string, uint32_t>& ids);
+
+/// Those of `packets` that at least one rule looks for.
+std::set<std::string> served_recordings(
+    const Rules& rules, const std::map<std::string, std::vector<unsigned char>>& packets);
 
 /// "folder/greeting.wav" gives "folder/greeting"; what a report cannot carry becomes '_'.
 std::string default_sample_name(const std::string& file);

@@ -40,8 +40,8 @@ struct Rules {
   std::vector<Rule> rules;
 };
 
-/// Four phases in the database call for this score; see docs/rules.md.
-inline constexpr double default_threshold = 5.0;
+/// What recordings need as they are fingerprinted by default; see docs/recognition.md.
+inline constexpr double default_threshold = 4.5;
 
 /// Empty, with "line L, column C: ..." or "rules[2].samples[0].threshold: ..." in `error`, when the
 /// text is no valid rules file.

@@ -5,7 +5,6 @@
 #include "audio/audio_sample_packet.h"
 #include "log/log.h"
 #include "tools/configd/event_texts.h"
-#include "tools/fingerprint.h"
 #include "tools/json_text.h"
 
 namespace cv::tools {
@@ -18,7 +17,7 @@ std::string complaint(const std::string& name, const std::vector<unsigned char>&
   if (packet.empty()) return error;
   if (!is_utf8(name)) return "its name is not UTF-8";
   if (packet.size() <= audio::SamplePacket::header_size_bytes) {
-    return "nothing to recognise in it (silence, or shorter than 32 ms)";
+    return "nothing to recognise in it (silence, shorter than 32 ms, or hashes too often repeated)";
   }
   const std::size_t body_bytes = event_body(sample_event(UINT32_MAX, packet)).size();
   if (body_bytes <= max_body_bytes) return {};
@@ -42,10 +41,12 @@ bool SampleStore::load(const std::string& name) {
   return false;
 }
 
-SampleStore::ReadPacket fingerprint_reader(const std::string& directory, unsigned phases) {
+SampleStore::ReadPacket fingerprint_reader(const std::string& directory,
+                                           const FingerprintSettings& settings) {
   return [=](const std::string& name, std::string& error) -> std::vector<unsigned char> {
-    auto fingerprint = fingerprint_file(directory + "/" + name, phases, error);
-    return fingerprint ? std::move(fingerprint->packet) : std::vector<unsigned char>();
+    const auto fingerprint = fingerprint_file(directory + "/" + name, settings, error);
+    if (!fingerprint) return {};
+    return audio::write_sample_packet(fingerprint->points);
   };
 }
 

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/fingerprint.h"
+
 namespace cv::tools {
 
 class SampleStore {
@@ -34,6 +36,7 @@ class SampleStore {
 };
 
 /// Reads below `directory`.
-SampleStore::ReadPacket fingerprint_reader(const std::string& directory, unsigned phases);
+SampleStore::ReadPacket fingerprint_reader(const std::string& directory,
+                                           const FingerprintSettings& settings);
 
 }  // namespace cv::tools

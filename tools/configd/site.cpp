@@ -1,6 +1,7 @@
 #include "tools/configd/site.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "log/log.h"
@@ -9,10 +10,6 @@
 namespace cv::tools {
 
 namespace {
-
-std::string_view bytes_of(const std::vector<unsigned char>& packet) {
-  return {reinterpret_cast<const char*>(packet.data()), packet.size()};
-}
 
 /// Empty when a node can receive the event.
 std::string size_complaint(const char* what, const std::string& event) {
@@ -90,12 +87,16 @@ bool Site::apply_rules(std::string& error) {
 
 bool Site::refresh(std::string& error) {
   std::map<std::string, uint32_t> ids;
-  for (const auto& [name, packet] : m_store.packets()) {
+  ThinnedSamples samples =
+      thin_samples(m_store.packets(), m_rules, m_settings.drop_common, m_state);
+  for (const auto& [name, packet] : samples.packets) {
     ids[name] = m_state.sample_id(name, bytes_of(packet));
   }
-  const Configuration configuration = resolve(m_rules, ids);
+  Configuration configuration = resolve(m_rules, ids);
+  std::move(samples.complaints.begin(), samples.complaints.end(),
+            std::back_inserter(configuration.complaints));
   log_complaints(configuration.complaints);
-  Snapshot next = make_snapshot(configuration, ids);
+  Snapshot next = make_snapshot(configuration, samples.packets, ids);
   error = size_complaint(
       "the sample configuration",
       configuration_event(event::sample_configuration, UINT64_MAX, next.sample_data_json));
@@ -127,14 +128,14 @@ void Site::log_complaints(const std::vector<std::string>& complaints) {
   m_complaints = complaints;
 }
 
-Snapshot Site::make_snapshot(const Configuration& configuration,
+Snapshot Site::make_snapshot(const Configuration& configuration, const Packets& packets,
                              const std::map<std::string, uint32_t>& ids) const {
   Snapshot snapshot;
   snapshot.sample_data_json = sample_data_json(configuration.samples);
   snapshot.dead_air_data_json = dead_air_data_json(configuration.dead_airs);
   std::set<uint32_t> used;
   for (const SampleEntry& entry : configuration.samples) used.insert(entry.sample_id);
-  for (const auto& [name, packet] : m_store.packets()) {
+  for (const auto& [name, packet] : packets) {
     if (used.count(ids.at(name))) snapshot.packets[ids.at(name)] = packet;
   }
   return snapshot;

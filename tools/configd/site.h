@@ -19,6 +19,7 @@
 #include "tools/configd/file_watcher.h"
 #include "tools/configd/rules_file.h"
 #include "tools/configd/sample_store.h"
+#include "tools/configd/sample_thinning.h"
 #include "tools/configd/state_file.h"
 
 namespace cv::tools {
@@ -37,6 +38,7 @@ struct Snapshot {
 struct SiteSettings {
   std::string sample_directory;
   std::string rules_path;
+  unsigned drop_common = 0;
 };
 
 class Site {
@@ -59,7 +61,7 @@ class Site {
   bool apply_rules(std::string& error);
   bool refresh(std::string& error);
   void log_complaints(const std::vector<std::string>& complaints);
-  Snapshot make_snapshot(const Configuration& configuration,
+  Snapshot make_snapshot(const Configuration& configuration, const Packets& packets,
                          const std::map<std::string, uint32_t>& ids) const;
 
   SiteSettings m_settings;

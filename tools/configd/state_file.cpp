@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
+#include <utility>
 
 #include "tools/crc64.h"
 #include "tools/json_text.h"
@@ -42,6 +43,16 @@ bool read_configuration(const Value& root, const char* name, StateFile::Configur
   if (!version || !version->IsUint64()) return false;
   out.version = version->GetUint64();
   return read_hex(find_member(*object, "content"), out.content);
+}
+
+/// Ascending numbers.
+bool read_hashes(const Value& value, std::vector<uint32_t>& out) {
+  if (!value.IsArray()) return false;
+  for (const Value& hash : value.GetArray()) {
+    if (!hash.IsUint() || (!out.empty() && hash.GetUint() <= out.back())) return false;
+    out.push_back(hash.GetUint());
+  }
+  return true;
 }
 
 void write_configuration(Writer& writer, const char* name, const StateFile::Configuration& value) {
@@ -93,8 +104,16 @@ bool StateFile::load(std::string_view text, std::string& error) {
     sample.id = id->GetUint();
     m_samples[std::string(text_of(member.name))] = sample;
   }
+  const Value* dropped = find_member(document, "dropped_hashes");
+  if (dropped && !read_hashes(*dropped, m_dropped_hashes)) return false;
   error.clear();
   return true;
+}
+
+void StateFile::set_dropped_hashes(std::vector<uint32_t> hashes) {
+  if (hashes == m_dropped_hashes) return;
+  m_dropped_hashes = std::move(hashes);
+  m_changed = true;
 }
 
 bool StateFile::id_taken(uint32_t id, uint64_t content) const {
@@ -134,6 +153,12 @@ std::string StateFile::to_json() const {
   writer.Uint(format);
   write_configuration(writer, "sample_configuration", m_samples_announced);
   write_configuration(writer, "deadair_configuration", m_dead_air_announced);
+  if (!m_dropped_hashes.empty()) {
+    writer.Key("dropped_hashes");
+    writer.StartArray();
+    for (const uint32_t hash : m_dropped_hashes) writer.Uint(hash);
+    writer.EndArray();
+  }
   writer.Key("samples");
   writer.StartObject();
   for (const auto& [name, sample] : m_samples) {

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cv::tools {
 
@@ -44,6 +45,11 @@ class StateFile {
   bool update_samples(std::string_view content) { return update(m_samples_announced, content); }
   bool update_dead_air(std::string_view content) { return update(m_dead_air_announced, content); }
 
+  /// The hashes that samples were announced without, ascending: a choice that stays while it is a good
+  /// one (hash_selection.h).
+  const std::vector<uint32_t>& dropped_hashes() const { return m_dropped_hashes; }
+  void set_dropped_hashes(std::vector<uint32_t> hashes);
+
   uint64_t sample_version() const { return m_samples_announced.version; }
   uint64_t dead_air_version() const { return m_dead_air_announced.version; }
 
@@ -64,6 +70,7 @@ class StateFile {
   Configuration m_samples_announced;
   Configuration m_dead_air_announced;
   std::map<std::string, Sample> m_samples;
+  std::vector<uint32_t> m_dropped_hashes;
   bool m_changed = false;
 };
 

@@ -13,7 +13,6 @@
 #include <stdexcept>
 #include <sys/socket.h>
 
-#include "audio/audio_fingerprint.h"
 #include "core/clock.h"
 #include "net/net_socket.h"
 #include "tools/audio_file.h"
@@ -75,7 +74,8 @@ LoadRule read_rule(const LoadOptions& options, StopSignals& stop) {
   std::string error;
   ProgressBar bar("fingerprinting");
   auto rule = read_load_rule(
-      {options.samples, options.rules, options.rule, options.phases},
+      {options.samples, options.rules, options.rule,
+       options.state.empty() ? options.rules + ".state" : options.state, options.settings},
       [&](std::size_t done, std::size_t total) {
         bar.update(done, total);
         if (stop.check()) throw LoadFailure("broken off");
@@ -281,9 +281,8 @@ void add_load_command(CLI::App& app, int& status) {
                    "different calls; each takes 32 kB of memory a second")
       ->check(CLI::Range(1U, 10000U))
       ->capture_default_str();
-  command->add_option("--phases", options->phases, "as configd's")
-      ->check(CLI::Range(1U, audio::max_fingerprint_phases))
-      ->capture_default_str();
+  command->add_option("--state", options->state, "configd's state file (default: RULES.state)");
+  add_sample_settings(*command, options->settings);
   command->add_option("--drift", options->drift_frames, "the node's audio_detection_drift")
       ->check(CLI::Range(0U, 3U))
       ->capture_default_str();

@@ -13,7 +13,8 @@ struct LoadOptions {
   std::string samples;     // as configd has them
   std::string rules;
   uint64_t rule = 0;
-  unsigned phases = default_phases;
+  std::string state;          // empty: the rules file's with ".state" appended
+  SampleSettings settings{};  // as configd's
   unsigned drift_frames = 1;
   std::string to;
   std::string report_host;  // empty: the local address towards the node

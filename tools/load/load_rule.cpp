@@ -9,13 +9,12 @@
 #include "tools/configd/file_watcher.h"
 #include "tools/configd/rules_file.h"
 #include "tools/configd/sample_store.h"
+#include "tools/configd/sample_thinning.h"
 #include "tools/configd/state_file.h"
 
 namespace cv::tools {
 
 namespace {
-
-using Packets = std::map<std::string, std::vector<unsigned char>>;
 
 audio::HashSample make_sample(const SampleEntry& entry, const std::vector<unsigned char>& bytes) {
   audio::SamplePacket packet;
@@ -58,20 +57,21 @@ std::optional<LoadRule> read_load_rule(
   if (!rules) return std::nullopt;
   const auto found = FileWatcher(source.sample_directory, source.rules_path).look();
   error = found.error;
-  // Never saved: it only gives every content the id that configd gives it.
-  auto state = StateFile::open("", 1, error);
+  // Never saved: it only gives every content what configd gives it.
+  auto state = StateFile::open(source.state_path, 1, error);
   if (!found.error.empty() || !state) return std::nullopt;
 
-  SampleStore store(fingerprint_reader(source.sample_directory, source.phases));
+  SampleStore store(fingerprint_reader(source.sample_directory, source.settings.fingerprint));
   std::size_t done = 0;
   for (const std::string& file : found.changed) {
     store.load(file);
     progress(++done, found.changed.size());
   }
   std::map<std::string, uint32_t> ids;
-  for (const auto& [file, packet] : store.packets()) {
-    ids[file] =
-        state->sample_id(file, {reinterpret_cast<const char*>(packet.data()), packet.size()});
+  const Packets packets =
+      thin_samples(store.packets(), *rules, source.settings.drop_common, *state).packets;
+  for (const auto& [file, packet] : packets) {
+    ids[file] = state->sample_id(file, bytes_of(packet));
   }
   const Configuration configuration = resolve(*rules, ids);
   const auto files = files_by_id(ids);
@@ -84,7 +84,7 @@ std::optional<LoadRule> read_load_rule(
     auto audio = read_audio(source.sample_directory + "/" + file, error);
     if (!audio) return std::nullopt;
     rule.prompts.push_back({entry.sample_name, std::move(*audio)});
-    samples.push_back(make_sample(entry, store.packets().at(file)));
+    samples.push_back(make_sample(entry, packets.at(file)));
   }
   if (samples.empty()) {
     error =

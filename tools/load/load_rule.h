@@ -10,6 +10,7 @@
 
 #include "audio/audio_hash_database.h"
 #include "audio/audio_segment_detector.h"
+#include "tools/fingerprint.h"
 
 namespace cv::tools {
 
@@ -29,7 +30,8 @@ struct LoadRuleSource {
   std::string sample_directory;
   std::string rules_path;
   uint64_t rule = 0;
-  unsigned phases = 0;
+  std::string state_path;  // of configd; need not exist
+  SampleSettings settings{};
 };
 
 /// Empty, with the reason in `error`, when a file cannot be read or the rule finds no recording.
