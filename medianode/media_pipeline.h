@@ -11,6 +11,7 @@
 #include "medianode/audio_activity.h"
 #include "medianode/audio_detector.h"
 #include "medianode/media_manager.h"
+#include "medianode/report_destinations.h"
 #include "medianode/spectrum_generator.h"
 
 namespace cv::mn {
@@ -30,6 +31,7 @@ class MediaPipeline {
   Manager& manager() { return m_manager; }
 
  private:
+  ReportDestinations m_report_destinations;
   SpectrumGenerator<Manager> m_spectrum_generator;
   AudioDetector<Manager> m_audio_detector;
   AudioActivityDetector<Manager> m_audio_activity_detector;

@@ -87,6 +87,7 @@ bool Service::on_start() {
   // the reverse order: packet reader, pipeline, reports, Kafka, statistics, and last the socket.
   net::Socket media_socket(std::make_unique<net::Socket::Buffer>(),
                            static_cast<int>(m_config->media_receive_buffer_bytes));
+  media_socket.set_sources(m_config->media_sources);
   StatisticService& statistics = statistic_service(*m_config);
   const RunningThread statistics_running(statistics);
 

@@ -11,6 +11,7 @@
 
 #include "conf/conf_configuration.h"
 #include "log/log.h"
+#include "net/net_address_list.h"
 #include "net/net_hosts.h"
 #include "utils/utils_str.h"
 
@@ -45,10 +46,16 @@ class LimitsExtension : public Base {
   int set_value(const std::string& name, const std::string& value,
                 std::stringstream& error) override {
     if (name == "media_receive_buffer_bytes") return set_receive_buffer(value, error);
+    if (name == "media_sources") return set_addresses(media_sources, value, error);
+    if (name == "report_destinations") return set_addresses(report_destinations, value, error);
+    if (name == "session_limit") return set_session_limit(value);
     return Base::set_value(name, value, error);
   }
 
   uint32_t media_receive_buffer_bytes = 16 << 20;  // 0: the system's default
+  net::AddressList media_sources;                  // whose datagrams are taken; empty: everybody's
+  net::AddressList report_destinations;            // that a call may name; empty: any
+  uint32_t session_limit = 0;                      // live and zombie sessions together; 0: no limit
 
  private:
   int set_receive_buffer(const std::string& value, std::stringstream& error) {
@@ -60,6 +67,21 @@ class LimitsExtension : public Base {
     }
     media_receive_buffer_bytes = static_cast<uint32_t>(bytes);
     return applied;
+  }
+
+  int set_session_limit(const std::string& value) {
+    uint32_t sessions = 0;
+    if (!utils::str::try_parse_value<uint32_t, 10>(value.c_str(), sessions)) return bad_format;
+    session_limit = sessions;
+    return applied;
+  }
+
+  static int set_addresses(net::AddressList& field, const std::string& value,
+                           std::stringstream& error) {
+    std::string reason;
+    if (field.parse(value, reason)) return applied;
+    error << reason;
+    return refused;
   }
 };
 

@@ -1,12 +1,14 @@
 // Counts what happens too often to be said each time, and says when a line about it is due: at once
 // for the first, then at most once in a period for all that came since.
 //
-// One thread. Pure: the caller brings the time and writes the line.
+// One thread, but for total(). Pure: the caller brings the time and writes the line.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <utility>
+
+#include "core/counter.h"
 
 namespace cv {
 
@@ -14,7 +16,13 @@ class Tally {
  public:
   static constexpr int64_t period_us = 5000000;
 
-  void add(uint64_t count) { m_unsaid += count; }
+  void add(uint64_t count) {
+    m_unsaid += count;
+    m_total.add(count);
+  }
+
+  /// All that was ever added. Any thread.
+  uint64_t total() const { return m_total.get(); }
 
   /// How many have not been said yet.
   uint64_t unsaid() const { return m_unsaid; }
@@ -33,6 +41,7 @@ class Tally {
   uint64_t take_rest() { return std::exchange(m_unsaid, 0); }
 
  private:
+  Counter m_total;
   uint64_t m_unsaid = 0;
   int64_t m_due_us = INT64_MIN;
 };

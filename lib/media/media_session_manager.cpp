@@ -27,6 +27,10 @@ void warn_unknown_session(int line, const Packet& packet) {
 SessionManager::SessionManager(SessionManagerStatistic& statistic, const IClock& clock)
     : StatisticContainer(&statistic), m_clock(clock) {}
 
+SessionManager::~SessionManager() {
+  if (const uint64_t count = m_refused.take_rest()) say_refused(count);
+}
+
 void SessionManager::on_packet(StartPacket& packet) {
   const auto entry = m_sessions.find(packet.id);
   if (entry != m_sessions.end()) {
@@ -36,6 +40,7 @@ void SessionManager::on_packet(StartPacket& packet) {
                          << " already exists: check call id as this may be a CRC64 collision";
     return;
   }
+  if (!has_room()) return;
   int error = 0;
   if (Session* session = create_session(packet, error)) {
     register_session(session, packet);
@@ -68,9 +73,8 @@ void SessionManager::revive_zombie(SessionMap::iterator entry, StartPacket& pack
 void SessionManager::on_packet(DataPacket& packet) {
   const auto entry = m_sessions.find(packet.id);
   if (entry == m_sessions.end()) {
-    m_statistic->unknown_index_errors.increment();
-    warn_unknown_session(__LINE__, packet);
-    if (Session* zombie = setup_zombie(packet)) zombie->m_last_seq[packet.side()] = packet.seq;
+    Session* zombie = absorb_unknown(__LINE__, packet);
+    if (zombie != nullptr) zombie->m_last_seq[packet.side()] = packet.seq;
     return;
   }
   rc_ptr<Session>& session = entry->second;
@@ -82,9 +86,7 @@ void SessionManager::on_packet(DataPacket& packet) {
 void SessionManager::on_packet(ControlPacket& packet) {
   const auto entry = m_sessions.find(packet.id);
   if (entry == m_sessions.end()) {
-    m_statistic->unknown_index_errors.increment();
-    warn_unknown_session(__LINE__, packet);
-    setup_zombie(packet);
+    absorb_unknown(__LINE__, packet);
     return;
   }
   rc_ptr<Session>& session = entry->second;
@@ -119,6 +121,7 @@ void SessionManager::prefetch_front() const {
 }
 
 bool SessionManager::on_packet_idle() {
+  say_refused_when_due();
   m_statistic->audit_calls.increment();
   const bool removed = audit();
   if (removed) m_statistic->audit_executions.increment();
@@ -190,6 +193,37 @@ Session* SessionManager::setup_zombie(const PacketHeader& header) {
   insert(rc_ptr<Session>(zombie));
   m_statistic->zombies.increment();
   return zombie;
+}
+
+// Without a place in the table nothing absorbs the packets behind this one: a warning for each of them
+// would make a line of every packet of the calls that the limit keeps out.
+template <typename Packet>
+Session* SessionManager::absorb_unknown(int line, const Packet& packet) {
+  m_statistic->unknown_index_errors.increment();
+  if (!has_room()) return nullptr;
+  warn_unknown_session(line, packet);
+  return setup_zombie(packet);
+}
+
+bool SessionManager::has_room() {
+  if (!full()) return true;
+  on_packet_idle();
+  if (!full()) return true;
+  m_refused.add(1);
+  say_refused_when_due();
+  return false;
+}
+
+void SessionManager::say_refused_when_due() {
+  if (m_refused.unsaid() == 0) return;
+  if (const auto count = m_refused.take(now_us())) say_refused(*count);
+}
+
+void SessionManager::say_refused(uint64_t count) const {
+  CV_LOG(WarningMessage) << "SESSION_MANAGER: the session limit (" << m_session_limit
+                         << ") is reached: (" << count
+                         << ") packets refused that would have made a session; ("
+                         << m_refused.total() << ") in all";
 }
 
 bool SessionManager::accept_sequence(Session& session, const DataPacket& packet) {

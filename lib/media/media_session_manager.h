@@ -4,6 +4,9 @@
 // A call that is to be ignored (unknown, or refused by create_session) is held as a zombie, which
 // absorbs the call's packets until it ends; no hook is ever called for a zombie.
 //
+// With a session limit a call that finds the table full is refused: it is no session and no zombie, and
+// the lines about it are the limit's, one in five seconds.
+//
 // Invariants:
 // 1. Every session of m_sessions stands in m_audit_list exactly once and knows its position there.
 // 2. m_audit_list is in order of last refresh, the oldest at the front. An audit looks at the front
@@ -21,6 +24,7 @@
 #include "core/clock.h"
 #include "core/counter.h"
 #include "core/statistic_container.h"
+#include "core/tally.h"
 #include "media/media_packet_reader.h"
 #include "media/media_session.h"
 
@@ -52,6 +56,11 @@ class SessionManager : public PacketReaderListener,
   /// Neither is owned; both outlive the manager.
   explicit SessionManager(SessionManagerStatistic& statistic, const IClock& clock = steady_clock());
 
+  /// Most sessions and zombies together; 0, the default: as many as there are. Before the first packet.
+  void set_session_limit(std::size_t sessions) { m_session_limit = sessions; }
+  /// Sessions and zombies refused by the limit. Any thread.
+  uint64_t refused_sessions() const { return m_refused.total(); }
+
   void on_packet(StartPacket& packet) override;
   void on_packet(TerminatePacket& packet) override;
   void on_packet(DataPacket& packet) override;
@@ -61,7 +70,7 @@ class SessionManager : public PacketReaderListener,
 
   void on_packet_ahead(const DataPacket& packet, Stage stage) override;
 
-  ~SessionManager() override = default;
+  ~SessionManager() override;
 
  protected:
   /// Null with `error` 0: no memory. Null with `error` non-zero: the call is refused.
@@ -101,6 +110,14 @@ class SessionManager : public PacketReaderListener,
   void revive_zombie(SessionMap::iterator entry, StartPacket& packet);
   void report_failed_allocation(const PacketHeader& header);
   Session* setup_zombie(const PacketHeader& header);
+  /// A packet of a call that is not in the table: warns of it, and takes the call for a zombie.
+  template <typename Packet>
+  Session* absorb_unknown(int line, const Packet& packet);
+  /// Makes room of what has timed out; a session that gets none is counted as refused.
+  bool has_room();
+  bool full() const { return m_session_limit != 0 && m_sessions.size() >= m_session_limit; }
+  void say_refused_when_due();
+  void say_refused(uint64_t count) const;
   void prefetch_front() const;
   void prefetch_neighbours(AuditList::const_iterator position) const;
   /// False: the packet repeats an older one and is to be dropped.
@@ -110,6 +127,8 @@ class SessionManager : public PacketReaderListener,
   void remove_timed_out(const rc_ptr<Session>& session, int64_t now);
 
   const IClock& m_clock;
+  std::size_t m_session_limit = 0;
+  Tally m_refused;
 };
 
 /// The text of the warning about a packet whose call is not known.

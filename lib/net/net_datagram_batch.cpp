@@ -15,6 +15,8 @@ DatagramBatch::DatagramBatch() : m_slots(std::make_unique_for_overwrite<Slot[]>(
     m_headers[i] = {};
     m_headers[i].msg_hdr.msg_iov = &m_parts[i];
     m_headers[i].msg_hdr.msg_iovlen = 1;
+    m_headers[i].msg_hdr.msg_name = &m_sources[i];
+    m_headers[i].msg_hdr.msg_namelen = sizeof m_sources[i];
     m_headers[i].msg_hdr.msg_control = m_controls[i].data;
     m_headers[i].msg_hdr.msg_controllen = sizeof m_controls[i].data;
   }
@@ -23,6 +25,7 @@ DatagramBatch::DatagramBatch() : m_slots(std::make_unique_for_overwrite<Slot[]>(
 int DatagramBatch::fill(int descriptor) {
   // The kernel wrote the lengths it used into the headers of the last batch.
   for (std::size_t i = 0; i < m_count; ++i) {
+    m_headers[i].msg_hdr.msg_namelen = sizeof m_sources[i];
     m_headers[i].msg_hdr.msg_controllen = sizeof m_controls[i].data;
   }
   m_count = m_next = 0;
@@ -40,6 +43,14 @@ std::size_t DatagramBatch::take(unsigned char* buffer, std::size_t size) {
   std::memcpy(buffer, m_slots[m_next].data, length);
   ++m_next;
   return length;
+}
+
+uint64_t DatagramBatch::skip_others(const AddressList& allowed) {
+  const std::size_t first = m_next;
+  for (; !empty() && !allowed.contains(m_sources[m_next].sin_addr.s_addr); ++m_next) {
+    m_last_skipped_source = m_sources[m_next].sin_addr.s_addr;
+  }
+  return m_next - first;
 }
 
 uint64_t DatagramBatch::take_dropped() { return std::exchange(m_dropped, 0); }

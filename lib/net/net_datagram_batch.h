@@ -9,7 +9,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <netinet/in.h>
 #include <sys/socket.h>
+
+#include "net/net_address_list.h"
 
 namespace cv::net {
 
@@ -31,6 +34,13 @@ class DatagramBatch {
   /// Copies the next datagram, cut to `size` bytes, and returns the bytes copied. Not when empty.
   std::size_t take(unsigned char* buffer, std::size_t size);
 
+  /// Drops the datagrams at the front whose source is not in `allowed`, and tells how many they were.
+  /// Without copying anything: whoever floods the socket from elsewhere costs a look-up a datagram.
+  uint64_t skip_others(const AddressList& allowed);
+
+  /// Where the datagram came from that skip_others() dropped last; network byte order.
+  uint32_t last_skipped_source() const { return m_last_skipped_source; }
+
   /// Datagrams dropped since this was last asked, as far as a datagram received after them has told.
   uint64_t take_dropped();
 
@@ -48,12 +58,14 @@ class DatagramBatch {
 
   std::unique_ptr<Slot[]> m_slots;
   std::array<Control, max_datagrams> m_controls;
+  std::array<sockaddr_in, max_datagrams> m_sources;
   std::array<iovec, max_datagrams> m_parts;
   std::array<mmsghdr, max_datagrams> m_headers;
   std::size_t m_count = 0;
   std::size_t m_next = 0;
   uint32_t m_drop_counter = 0;  // the kernel's: since the socket was made, wrapping
   uint64_t m_dropped = 0;
+  uint32_t m_last_skipped_source = 0;
 };
 
 }  // namespace cv::net

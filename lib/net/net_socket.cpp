@@ -75,6 +75,7 @@ std::size_t Socket::read(unsigned char* buffer, std::size_t size) {
     if (!wait_for_data()) return interrupted();
     let_gather();
   }
+  if (!m_allowed.empty() && !skip_refused()) return 0;
   return m_batch->take(buffer, size);
 }
 
@@ -93,22 +94,49 @@ int Socket::fill_batch() {
 }
 
 void Socket::note_dropped() {
-  const uint64_t dropped = m_batch->take_dropped();
-  m_kernel_dropped.add(dropped);
-  m_dropped.add(dropped);
-  if (m_dropped.unsaid() == 0) return;  // the usual case needs no clock
-  if (const auto count = m_dropped.take(steady_clock().now_us())) say_dropped(*count);
+  m_dropped.add(m_batch->take_dropped());
+  say_due();
+}
+
+void Socket::say_due() {
+  if (m_dropped.unsaid() + m_refused.unsaid() == 0) return;  // the usual case needs no clock
+  const int64_t now_us = steady_clock().now_us();
+  if (const auto count = m_dropped.take(now_us)) say_dropped(*count);
+  if (const auto count = m_refused.take(now_us)) say_refused(*count);
+}
+
+/// False when nothing is left of the batch.
+bool Socket::skip_refused() {
+  m_refused.add(m_batch->skip_others(m_allowed));
+  return !m_batch->empty();
 }
 
 void Socket::say_dropped(uint64_t count) const {
   CV_LOG(WarningMessage) << "SOCKET[" << m_descriptor << "]: the kernel dropped (" << count
-                         << ") datagrams before they were read; (" << m_kernel_dropped.get()
+                         << ") datagrams before they were read; (" << m_dropped.total()
                          << ") in all";
 }
 
+void Socket::say_refused(uint64_t count) const {
+  char source[INET_ADDRSTRLEN] = {};
+  const in_addr address{m_batch->last_skipped_source()};
+  inet_ntop(AF_INET, &address, source, sizeof source);
+  CV_LOG(WarningMessage) << "SOCKET[" << m_descriptor << "]: (" << count
+                         << ") datagrams refused whose sources are not allowed, the last from ["
+                         << source << "]; (" << m_refused.total() << ") in all";
+}
+
+void Socket::say_rest() {
+  if (const uint64_t count = m_dropped.take_rest()) say_dropped(count);
+  if (const uint64_t count = m_refused.take_rest()) say_refused(count);
+}
+
 int Socket::wait_timeout_ms() const {
-  if (m_dropped.unsaid() == 0) return -1;
-  const int64_t left_us = m_dropped.due_us() - steady_clock().now_us();
+  int64_t due_us = INT64_MAX;
+  if (m_dropped.unsaid() != 0) due_us = m_dropped.due_us();
+  if (m_refused.unsaid() != 0) due_us = std::min(due_us, m_refused.due_us());
+  if (due_us == INT64_MAX) return -1;
+  const int64_t left_us = due_us - steady_clock().now_us();
   return static_cast<int>(std::max<int64_t>(left_us, 0) / 1000) + 1;
 }
 
@@ -171,9 +199,8 @@ bool Socket::send(const sockaddr_in& to, const char* data, std::size_t size) {
 
 void Socket::close() {
   if (m_descriptor < 0) return;
-  if (const uint64_t count = m_dropped.take_rest()) say_dropped(count);
+  say_rest();
   m_batch.reset();
-  m_kernel_dropped.set(0);
   shutdown(m_descriptor, SHUT_RDWR);
   ::close(m_descriptor);
   m_descriptor = -1;

@@ -1,8 +1,9 @@
 // An IPv4 UDP socket, for receiving media and for sending reports.
 //
 // Datagrams are taken from the kernel in batches (net_datagram_batch.h) and read one by one. What the
-// kernel drops because the receive buffer is full is counted and said in one WARNING line at most
-// every five seconds, of a reading thread that comes back to read.
+// kernel drops because the receive buffer is full, and what comes from a source that is not allowed,
+// is counted and said in one WARNING line each at most every five seconds, of a reading thread that
+// comes back to read.
 //
 // Receiving waits for a datagram, and for an interrupt descriptor beside it when one was set. A
 // signal that arrives between a look at the stop flag and the wait makes that descriptor readable
@@ -19,8 +20,8 @@
 #include <netinet/in.h>
 #include <utility>
 
-#include "core/counter.h"
 #include "core/tally.h"
+#include "net/net_address_list.h"
 #include "net/net_datagram_batch.h"
 
 namespace cv::net {
@@ -55,8 +56,12 @@ class Socket {
   /// come in one batch. 0, the default, for a socket that is to answer at once.
   void set_gathering(int32_t gather_us) { m_gather_us = gather_us; }
 
-  /// Waits for one datagram; its length in bytes, cut to `size`. 0 when interrupted (or when the
-  /// datagram was empty). Any other failure means that the node has lost its ears: it is logged and
+  /// From whom datagrams are taken; empty, the default: from everybody. Before the first read().
+  void set_sources(AddressList allowed) { m_allowed = std::move(allowed); }
+
+  /// Waits for one datagram; its length in bytes, cut to `size`. 0 when interrupted, when the datagram
+  /// was empty, or when all that came is refused: so the caller can look at its stop flag, however
+  /// much of it comes. Any other failure means that the node has lost its ears: it is logged and
   /// ends the process with status -1.
   std::size_t read(unsigned char* buffer, std::size_t size);
 
@@ -79,9 +84,12 @@ class Socket {
   /// The port bound to, in host byte order; 0 while closed.
   uint16_t local_port() const;
 
-  /// Datagrams that the kernel dropped since the socket was opened, as far as it has told: it tells
+  /// Datagrams that the kernel dropped since the socket was made, as far as it has told: it tells
   /// with the next datagram that it delivers. Any thread.
-  uint64_t kernel_dropped() const { return m_kernel_dropped.get(); }
+  uint64_t kernel_dropped() const { return m_dropped.total(); }
+
+  /// Datagrams of sources that are not allowed. Any thread.
+  uint64_t refused() const { return m_refused.total(); }
 
   std::unique_ptr<Buffer> read_buffer;
 
@@ -90,7 +98,11 @@ class Socket {
   int fill_batch();
   void widen_receive_buffer() const;
   void note_dropped();
+  void say_due();
+  bool skip_refused();
   void say_dropped(uint64_t count) const;
+  void say_refused(uint64_t count) const;
+  void say_rest();
   int wait_timeout_ms() const;
   bool wait_for_data();
   void let_gather() const;
@@ -103,8 +115,9 @@ class Socket {
   int m_interrupt_descriptor = -1;
   std::function<void()> m_on_interrupted;
   std::unique_ptr<DatagramBatch> m_batch;  // made by the first read
-  Counter m_kernel_dropped;
   Tally m_dropped;
+  AddressList m_allowed;
+  Tally m_refused;
 };
 
 }  // namespace cv::net

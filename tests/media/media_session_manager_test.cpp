@@ -222,6 +222,33 @@ TEST_F(SessionManagerTest, AbsurdMediaTimesAreHarmless) {
   EXPECT_TRUE(manager.m_sessions.empty());
 }
 
+// What is in the table goes on as ever; the rest is counted, and said once in five seconds.
+TEST_F(SessionManagerTest, AFullTableRefusesNewCallsUntilThereIsRoom) {
+  manager.set_session_limit(2);
+  const CallPackets three(3), four(4);
+  const std::string said = "the session limit (2) is reached: ";
+  for (const auto& datagram : {one.data(0, 1), two.start(), three.start(), three.data(0, 1),
+                               three.control(1), one.start(), one.data(0, 2)}) {
+    in(datagram);
+  }
+  EXPECT_EQ(manager.events, (Events{"created 2", "created 1", "media 1"}))
+      << "a zombie has a place";
+  EXPECT_EQ(manager.refused_sessions(), 3u);
+  EXPECT_EQ(statistic.unknown_index_errors.get(), 3u);
+  EXPECT_EQ(log.count_containing(said), 1u);
+  clock.advance_seconds(5);
+  manager.on_packet_idle();
+  EXPECT_TRUE(log.has_containing(said + "(2) packets refused that would have made a session; (3)"));
+
+  in(two.terminate());
+  in(three.start());
+  EXPECT_EQ(audit_order(), (std::vector<uint64_t>{1, 3}));
+  clock.advance_seconds(300);
+  in(four.start());
+  EXPECT_EQ(audit_order(), std::vector<uint64_t>{4}) << "those timed out make room at once";
+  EXPECT_EQ(manager.refused_sessions(), 3u);
+}
+
 TEST_F(SessionManagerTest, ABusyReaderAuditsOnlyAbove10000Sessions) {
   for (uint64_t id = 1; id <= 10000; ++id) in(CallPackets(id, Uuid{}).start());
   clock.advance_seconds(300);

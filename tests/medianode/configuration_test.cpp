@@ -25,6 +25,10 @@ TEST(NodeConfiguration, RefusesWhatItCannotUse) {
       {"port", "70000", -1, ""},
       {"media_receive_buffer_bytes", "1073741824", -255,
        "[media_receive_buffer_bytes] must not exceed [1073741823]"},
+      {"session_limit", "-1", -1, ""},
+      {"media_sources", "10.0.0.1,here", -255, "[here] is no IPv4 address or network"},
+      {"report_destinations", "10.0.0.1/8", -255,
+       "[10.0.0.1/8] has bits behind its network, which is [10.0.0.0/8]"},
   };
   for (const auto& c : cases) {
     Configuration config;
@@ -44,7 +48,8 @@ TEST(NodeConfiguration, EachKeySetsItsOwnField) {
       "segment_detection_default_deviation_threshold=128,"
       "segment_detection_default_power_threshold=0.25,segment_detection_default_activity_hits=9,"
       "segment_detection_default_silence_hits=18446744073709551615,port=5060,log_level=DEBUG,"
-      "report_transfer_host=10.0.0.5:9000,,10.0.0.6:1,statistic_logging_enabled=false"));
+      "report_transfer_host=10.0.0.5:9000,,10.0.0.6:1,statistic_logging_enabled=false,"
+      "session_limit=5000,media_sources=10.1.0.0/16,,10.2.0.1,report_destinations=10.3.0.1"));
   EXPECT_FALSE(config.report_logging_enabled);
   EXPECT_TRUE(config.report_on_call_termination);
   EXPECT_EQ(config.audio_detection_drift, 3);
@@ -58,6 +63,9 @@ TEST(NodeConfiguration, EachKeySetsItsOwnField) {
   EXPECT_EQ(config.report_transfer_host.addr.sin_addr.s_addr, inet_addr("10.0.0.5"));
   EXPECT_EQ(config.report_transfer_host.addr.sin_port, htons(9000)) << "the first of the hosts";
   EXPECT_FALSE(config.statistic_logging_enabled);
+  EXPECT_EQ(config.session_limit, 5000u);
+  EXPECT_TRUE(config.media_sources.contains(inet_addr("10.2.0.1")));
+  EXPECT_TRUE(config.report_destinations.contains(inet_addr("10.3.0.1")));
 }
 
 }  // namespace

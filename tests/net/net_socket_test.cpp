@@ -86,6 +86,31 @@ TEST_F(SocketTest, CountsAndSaysWhatTheKernelDrops) {
           std::to_string(m_receiver.kernel_dropped()) + ") in all"));
 }
 
+// Refused ones must not keep the reader from its stop flag, however many come.
+TEST_F(SocketTest, TakesDatagramsOfTheAllowedSourcesOnly) {
+  std::string error;
+  cv::net::AddressList allowed;
+  ASSERT_TRUE(allowed.parse("127.0.0.1", error));
+  m_receiver.set_sources(allowed);
+  Socket stranger;
+  ASSERT_TRUE(stranger.open(0, INADDR_LOOPBACK + 1));
+  const sockaddr_in to{AF_INET, htons(m_receiver.local_port()), {htonl(INADDR_LOOPBACK)}, {}};
+  for (const char* text : {"a", "b"}) {
+    ASSERT_TRUE(stranger.send(to, "spoofed", 7) && send(text) && stranger.send(to, "more", 4));
+  }
+  EXPECT_EQ(receive(), "a");
+  EXPECT_EQ(receive(), "b");
+  EXPECT_EQ(receive(), "") << "the rest of the batch is refused";
+  EXPECT_EQ(m_receiver.refused(), 4u);
+  ASSERT_TRUE(send("c"));
+  EXPECT_EQ(receive(), "c");
+  EXPECT_TRUE(m_log.has(cv::log::Level::WARNING,
+                        "SOCKET[" + std::to_string(m_receiver.descriptor()) +
+                            "]: (4) datagrams refused whose sources are not allowed, the last "
+                            "from [127.0.0.2]; (4) in all"));
+  EXPECT_EQ(m_log.texts().size(), 1u);
+}
+
 // A signal that arrives just before the wait: its descriptor is readable already.
 TEST_F(SocketTest, AnInterruptEndsTheWaitButPacketsAtHandComeFirst) {
   const int event = eventfd(1, EFD_CLOEXEC);  // for the rest of the process

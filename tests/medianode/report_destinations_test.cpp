@@ -1,0 +1,74 @@
+#include "medianode/report_destinations.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "medianode/call_fixture.h"
+#include "support/fake_clock.h"
+#include "support/log_capture.h"
+#include "support/pipeline.h"
+
+namespace {
+
+using cv::mn::ReportDestinations;
+
+cv::net::AddressList list(const std::string& text) {
+  cv::net::AddressList addresses;
+  std::string error;
+  EXPECT_TRUE(text.empty() || addresses.parse(text, error)) << error;
+  return addresses;
+}
+
+// The call's own address is 127.0.0.1.
+TEST(ReportDestinations, TakeTheReportAddressFromCallsThatMayNotNameIt) {
+  const struct {
+    const char* allowed;
+    uint16_t named, left;  // ports
+    uint64_t refused;
+  } cases[] = {
+      {"", 9000, 9000, 0},
+      {"127.0.0.0/8", 9000, 9000, 0},
+      {"10.0.0.0/8", 9000, 0, 1},
+      {"10.0.0.0/8", 0, 0, 0},
+  };
+  for (const auto& c : cases) {
+    cv::test::LogCapture log;
+    cv::test::FakeClock clock;
+    ReportDestinations destinations(list(c.allowed), clock);
+    const auto session = cv::test::make_session(c.named);
+    destinations.on_session_created(session);
+    EXPECT_EQ(session->m_report_address.port, htons(c.left)) << c.allowed;
+    EXPECT_EQ(session->m_report_address.addr.sin_port, htons(c.left));
+    EXPECT_EQ(destinations.refused(), c.refused);
+    EXPECT_EQ(log.has_containing("(1) calls named a report address that is not allowed, the last "
+                                 "[127.0.0.1]; (1) in all"),
+              c.refused != 0);
+  }
+}
+
+TEST(ReportDestinations, AreAskedAboutEveryCallOfThePipelineAndSaidEveryFiveSeconds) {
+  cv::test::LogCapture log;
+  cv::rc_ptr<cv::mn::Configuration> configuration(new cv::mn::Configuration);
+  configuration->report_destinations = list("10.0.0.0/8");
+  {
+    cv::test::Pipeline pipeline(configuration);
+    cv::media::StartFields fields;
+    fields.features = cv::media::features_activity_detection;
+    fields.report_addr = inet_addr("192.168.0.1");
+    fields.report_port = htons(9000);
+    for (uint8_t number = 1; number <= 4; ++number) {
+      if (number == 4) pipeline.clock.advance_seconds(5);
+      pipeline.send(cv::test::CallPackets(number).start(fields));
+    }
+    pipeline.send(cv::test::CallPackets(5).start(fields));
+  }
+  const std::string behind =
+      ") calls named a report address that is not allowed, the last "
+      "[192.168.0.1]; (";
+  EXPECT_EQ(log.tagged("REPORT_DESTINATIONS: "),
+            (std::vector<std::string>{"WARNING (1" + behind + "1) in all",
+                                      "WARNING (3" + behind + "4) in all",
+                                      "WARNING (1" + behind + "5) in all"}));
+}
+
+}  // namespace
