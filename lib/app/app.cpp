@@ -1,11 +1,15 @@
 #include "app/app.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <poll.h>
+#include <string_view>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include "app/app_daemon.h"
@@ -21,6 +25,8 @@ namespace cv::app {
 static constexpr int exit_ok = 0;
 static constexpr int exit_failure = 1;
 static constexpr int exit_already_running = 10;
+
+static constexpr int stop_signals[] = {SIGINT, SIGQUIT, SIGTERM};
 
 static constexpr int parse_help = 1;
 static constexpr int parse_unknown_word = -1;
@@ -86,6 +92,7 @@ int ServiceBase::start(int argc, char** argv) {
   });
   log::SyslogThread::instance().stop();
   on_logger_close();
+  alarm(0);
   m_started = false;
   return status;
 }
@@ -229,9 +236,36 @@ void ServiceBase::signals_subscribe() {
   }
 }
 
+/// Ends the process whatever its threads wait for, a name server or a full pipe behind standard error.
+/// Async-signal-safe, so past the log.
+static void end_unfinished_stop(int) {
+  constexpr std::string_view text = "SERVICE: the stop takes too long, ending at once\n";
+  pollfd output{STDERR_FILENO, POLLOUT, 0};
+  if (poll(&output, 1, 0) == 1) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+  }
+  _exit(exit_failure);
+}
+
+/// From the first stop signal on the next one has its default effect, the end of the process, and
+/// the stop has a limited time. Async-signal-safe.
+static void insist_on_stop() {
+  struct sigaction action {};
+  sigemptyset(&action.sa_mask);
+  action.sa_handler = &end_unfinished_stop;
+  sigaction(SIGALRM, &action, nullptr);
+  alarm(ServiceBase::stop_limit_s);
+  action.sa_handler = SIG_DFL;
+  for (const int number : stop_signals) sigaction(number, &action, nullptr);
+}
+
 void ServiceBase::signals_handler(int number, siginfo_t*, void*) {
   if (number == SIGHUP) m_signal_update = true;
-  if (number == SIGINT || number == SIGQUIT || number == SIGTERM) m_signal_stop = 1;
+  if (std::find(std::begin(stop_signals), std::end(stop_signals), number) !=
+      std::end(stop_signals)) {
+    m_signal_stop = 1;
+    insist_on_stop();
+  }
   if (number == SIGUSR1) m_signal_user1 = true;
   if (number == SIGUSR2) m_signal_user2 = true;
   m_signals.on_signal(number);

@@ -4,6 +4,9 @@
 // Everything runs on the main thread. Signals reach only that thread, provided every other one is
 // created with signals blocked (core/thread.h); the handler sets the static flags and records the
 // number, and the lines about it are written by report_signals() in order of arrival.
+//
+// The first stop signal asks: the service ends by itself. It has stop_limit_s for that, then the process
+// ends with status 1; a second stop signal ends the process at once, by that signal.
 #pragma once
 
 #include <atomic>
@@ -19,6 +22,9 @@ namespace cv::app {
 class ServiceBase {
  public:
   using WordIterator = std::vector<std::string>::iterator;
+
+  /// Seconds; an operator is promised 15.
+  static constexpr unsigned stop_limit_s = 14;
 
   /// `name` is the short name: of the configuration file, and behind the product's in the log.
   explicit ServiceBase(std::string name);

@@ -9,6 +9,7 @@
 
 #include "core/thread.h"
 #include "log/log.h"
+#include "messaging/messaging_bracketed.h"
 #include "messaging/messaging_compression.h"
 
 namespace cv::messaging {
@@ -20,9 +21,14 @@ using Buffer = std::unique_ptr<unsigned char, decltype(&std::free)>;
 
 constexpr milliseconds startup_timeout{10000};
 constexpr milliseconds startup_slice{50};
-constexpr int delivery_timeout_ms = 5000;
+constexpr milliseconds delivery_timeout{5000};
+constexpr int delivery_slice_ms = 100;
 constexpr int queue_full_poll_ms = 1000;
 constexpr int shutdown_flush_ms = 10000;
+constexpr milliseconds consumer_close_timeout{1500};
+constexpr int consumer_close_slice_ms = 50;
+// Enough for a consumer that has nothing to do but close.
+constexpr milliseconds consumer_stop_timeout{2000};
 constexpr int library_destroyed_ms = 5000;
 constexpr int broker_query_ms = 1000;
 constexpr uint64_t default_consume_timeout_ms = 1000;
@@ -35,6 +41,10 @@ constexpr const char* topic_refresh_interval_ms = "5000";
 // How soon the group lets go of a consumer that died, and its successor, a restarted node, gets the
 // topics. The default of library versions before 1.9; later ones take 45 s.
 constexpr const char* session_timeout_ms = "10000";
+// A heartbeat without an answer for session.timeout.ms breaks the connection, and with it a commit that
+// the deletion of the consumer would otherwise wait a minute for. At the default of three seconds a
+// stop could take as much longer.
+constexpr const char* heartbeat_interval_ms = "1000";
 
 // `value` is a text or a pointer to the callback interface that the property names.
 template <typename Value>
@@ -45,23 +55,6 @@ bool set_property(RdKafka::Conf& conf, const char* name, Value value) {
   return false;
 }
 
-template <typename Items, typename Print>
-std::string join(const Items& items, Print print) {
-  std::ostringstream text;
-  const char* separator = "";
-  for (const auto& item : items) {
-    text << separator << '[';
-    print(text, item);
-    text << ']';
-    separator = ", ";
-  }
-  return text.str();
-}
-
-void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition) {
-  out << partition->topic() << '/' << partition->partition();
-}
-
 }  // namespace
 
 MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::move(settings)) {
@@ -69,9 +62,13 @@ MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::m
   start_producer();
 }
 
+// A consumer thread that is held up, by brokers that do not answer or by a handler, gets the time of
+// the producer's flush on top: one after the other would add up.
 MessageBroker::~MessageBroker() {
   stop_consumer();
-  stop_producer();
+  flush_producer();
+  if (m_thread.joinable()) m_thread.join();
+  delete m_producer;
   RdKafka::wait_destroyed(library_destroyed_ms);
 }
 
@@ -92,7 +89,7 @@ void MessageBroker::start_producer() {
   }
 }
 
-void MessageBroker::stop_producer() {
+void MessageBroker::flush_producer() {
   if (m_producer == nullptr) return;
   m_producer->flush(shutdown_flush_ms);
   if (const int count = m_producer->outq_len(); count > 0) {
@@ -131,8 +128,8 @@ void MessageBroker::publish(const std::string& topic, unsigned char* owned_body,
     if (code == RdKafka::ERR_NO_ERROR) {
       // An accepted body is the library's: it frees it after delivery.
       (void)body.release();
-      const RdKafka::ErrorCode flushed = m_producer->flush(delivery_timeout_ms);
-      if (flushed != RdKafka::ERR_NO_ERROR) {
+      const RdKafka::ErrorCode flushed = wait_for_delivery();
+      if (flushed != RdKafka::ERR_NO_ERROR && !interrupted()) {
         CV_LOG(WarningMessage) << "MESSAGE_BROKER: message may not be sent to [" << topic
                                << "]; error (" << flushed << "): " << RdKafka::err2str(flushed);
       }
@@ -140,9 +137,21 @@ void MessageBroker::publish(const std::string& topic, unsigned char* owned_body,
     }
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic << "]; error ("
                          << code << "): " << RdKafka::err2str(code);
-    if (code != RdKafka::ERR__QUEUE_FULL) return;
+    if (code != RdKafka::ERR__QUEUE_FULL || interrupted()) return;
     if (attempt + 1 < produce_attempts) m_producer->poll(queue_full_poll_ms);
   }
+}
+
+// In slices, so that a stop need not wait for it: the message stays queued, and the destructor gives
+// it its time.
+RdKafka::ErrorCode MessageBroker::wait_for_delivery() {
+  const auto deadline = std::chrono::steady_clock::now() + delivery_timeout;
+  RdKafka::ErrorCode code;
+  do {
+    code = m_producer->flush(delivery_slice_ms);
+  } while (code == RdKafka::ERR__TIMED_OUT && !interrupted() &&
+           std::chrono::steady_clock::now() < deadline);
+  return code;
 }
 
 RdKafka::ErrorCode MessageBroker::produce(const std::string& topic, unsigned char* body,
@@ -189,21 +198,22 @@ unsigned char* MessageBroker::decompress(const unsigned char* data, size_t& size
 void MessageBroker::start_consumer() {
   if (m_settings.topics.empty()) return;
   const auto deadline = std::chrono::system_clock::now() + startup_timeout;
-  const std::future<void> ready = m_consumer_ready.get_future();
+  const std::future<void> ready = m_assignment.first_assignment();
   m_running = true;
+  m_consumer_stopped = m_consumer_done.get_future();
   {
     const BlockedSignals blocked;
     m_thread = std::thread(&MessageBroker::consumer_loop, this);
   }
   while (ready.wait_for(startup_slice) != std::future_status::ready) {
-    if (m_settings.interrupted && m_settings.interrupted()) return;
+    if (interrupted()) return;
     if (!m_running || std::chrono::system_clock::now() >= deadline) {
       CV_LOG(ErrorMessage) << "MESSAGE_BROKER: consumer startup failed";
       return;
     }
   }
   const auto print = [](std::ostream& out, const std::string& topic) { out << topic; };
-  CV_LOG(SystemMessage) << "MESSAGE_BROKER: subscribed for " << join(m_settings.topics, print)
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: subscribed for " << bracketed(m_settings.topics, print)
                         << " topic(s)";
 }
 
@@ -211,7 +221,7 @@ void MessageBroker::stop_consumer() {
   if (m_settings.topics.empty()) return;
   m_running = false;
   if (m_thread.joinable() && m_thread.get_id() != std::this_thread::get_id()) {
-    m_thread.join();
+    m_consumer_stopped.wait_for(consumer_stop_timeout);
   } else {
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: trying to stop consumer thread from itself! Possible "
                             "memory leak!!!";
@@ -231,7 +241,8 @@ bool MessageBroker::create_consumer() {
       !set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
       !set_property(*conf, "event_cb", static_cast<RdKafka::EventCb*>(this)) ||
       !set_property(*conf, "topic.metadata.refresh.interval.ms", topic_refresh_interval_ms) ||
-      !set_property(*conf, "session.timeout.ms", session_timeout_ms)) {
+      !set_property(*conf, "session.timeout.ms", session_timeout_ms) ||
+      !set_property(*conf, "heartbeat.interval.ms", heartbeat_interval_ms)) {
     return false;
   }
   const std::unique_ptr<RdKafka::Conf> topic_conf(RdKafka::Conf::create(RdKafka::Conf::CONF_TOPIC));
@@ -272,20 +283,45 @@ void MessageBroker::consumer_loop() {
         m_settings.consume_timeout == 0 ? default_consume_timeout_ms : m_settings.consume_timeout);
     bool unknown_topic_seen = false;
     while (m_running) consume_one(timeout_ms, unknown_topic_seen);
-    m_consumer->close();
-    m_topics.clear();
-    delete m_consumer;
-    m_consumer = nullptr;
+    close_consumer();
   } else {
     // Tells the constructor that there is nothing left to wait for.
     m_running = false;
   }
   CV_LOG(SystemMessage) << "MESSAGE_BROKER: messages listening thread [" << id << "] stopped";
+  m_consumer_done.set_value();
+}
+
+// The library's close commits offsets and leaves the group, so that a successor gets the topics at
+// once. But begun with brokers that do not answer it waits for them a minute; without it the deletion
+// waits only for a commit already under way, and the group learns by session.timeout.ms.
+void MessageBroker::close_consumer() {
+  if (group_answers()) {
+    const auto deadline = std::chrono::steady_clock::now() + consumer_close_timeout;
+    // The last rebalance comes by this queue; its callback runs inside consume().
+    const std::unique_ptr<RdKafka::Queue> events(RdKafka::Queue::create(m_consumer));
+    const std::unique_ptr<RdKafka::Error> refused(m_consumer->close(events.get()));
+    while (refused == nullptr && !m_consumer->closed() &&
+           std::chrono::steady_clock::now() < deadline) {
+      const std::unique_ptr<RdKafka::Message> ignored(events->consume(consumer_close_slice_ms));
+    }
+  }
+  m_topics.clear();
+  delete m_consumer;
+  m_consumer = nullptr;
+}
+
+bool MessageBroker::group_answers() {
+  std::vector<RdKafka::TopicPartition*> any{
+      RdKafka::TopicPartition::create(m_settings.topics.front(), 0)};
+  const RdKafka::ErrorCode code = m_consumer->committed(any, broker_query_ms);
+  RdKafka::TopicPartition::destroy(any);
+  return code == RdKafka::ERR_NO_ERROR;
 }
 
 void MessageBroker::consume_one(int timeout_ms, bool& unknown_topic_seen) {
   const std::unique_ptr<RdKafka::Message> message(m_consumer->consume(timeout_ms));
-  if (!m_silent_partitions.empty()) count_heard(*message);
+  m_assignment.on_consumed(*message);
   if (message->err() == RdKafka::ERR_UNKNOWN_TOPIC_OR_PART && !unknown_topic_seen) {
     unknown_topic_seen = true;
     if (reload_unknown_topic(message->topic_name())) return;
@@ -344,68 +380,7 @@ void MessageBroker::handle_message(RdKafka::Message* message) {
 
 void MessageBroker::rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::ErrorCode code,
                                  std::vector<RdKafka::TopicPartition*>& partitions) {
-  CV_LOG(SystemMessage) << "MESSAGE_BROKER: rebalance \"" << RdKafka::err2str(code) << "\": "
-                        << (partitions.empty() ? "(no partitions)"
-                                               : join(partitions, &print_partition));
-  if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
-    m_silent_partitions.clear();
-    consumer->unassign();
-    return;
-  }
-  const bool first = m_first_assignment.exchange(false);
-  if (first) sync_offsets(partitions, broker_query_ms);
-  expect_to_hear(partitions);
-  if (first) m_consumer_ready.set_value();
-  consumer->assign(partitions);
-}
-
-// A partition assigned without an offset is read from a place that the library asks the cluster for
-// afterwards, and what is published meanwhile may lie before it. Its first message or end of
-// partition tells that the place is settled.
-void MessageBroker::expect_to_hear(const std::vector<RdKafka::TopicPartition*>& partitions) {
-  m_silent_partitions.clear();
-  for (const RdKafka::TopicPartition* partition : partitions) {
-    if (partition->offset() < 0) {
-      m_silent_partitions.emplace(partition->topic(), partition->partition());
-    }
-  }
-  // At the first assignment this comes before the constructor is let go: its caller's first look
-  // counts the assignment in.
-  if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
-}
-
-void MessageBroker::count_heard(const RdKafka::Message& message) {
-  if (message.err() != RdKafka::ERR_NO_ERROR && message.err() != RdKafka::ERR__PARTITION_EOF) {
-    return;
-  }
-  // Each counts, not only the last: one that is never heard must not keep the others' answers away.
-  if (m_silent_partitions.erase({message.topic_name(), message.partition()}) != 0) {
-    m_assignments.fetch_add(1, std::memory_order_release);
-  }
-}
-
-void MessageBroker::sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions,
-                                 int timeout_ms) {
-  for (RdKafka::TopicPartition* partition : partitions) {
-    std::ostringstream name;
-    print_partition(name, partition);
-    int64_t low = 0;
-    int64_t high = 0;
-    const RdKafka::ErrorCode code = m_consumer->query_watermark_offsets(
-        partition->topic(), partition->partition(), &low, &high, timeout_ms);
-    if (code != RdKafka::ERR_NO_ERROR) {
-      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to receive offset for [" << name.str()
-                           << "]: error (" << code << "): \"" << RdKafka::err2str(code) << '"';
-    } else if (high <= partition->offset()) {
-      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str()
-                            << "] is not required; current is (" << partition->offset()
-                            << "), received is (" << high << ')';
-    } else {
-      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str() << "] from ("
-                            << partition->offset() << ") to (" << high << ')';
-      partition->set_offset(high);
-    }
-  }
+  m_assignment.on_rebalance(*consumer, code, partitions);
 }
 
 bool MessageBroker::is_topic_exist_at_broker(const std::string& topic) {

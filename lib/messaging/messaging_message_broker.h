@@ -4,9 +4,7 @@
 // Invariants:
 // 1. A message body is exactly zlib's stream (RFC 1950) over the plain bytes: no header, no key.
 //    The receiver allows ten times the compressed size and drops what inflates further.
-// 2. A consumer reads only messages published after its first assignment, whatever its group had
-//    committed before; later assignments go on from the committed positions.
-// 3. m_consumer belongs to the consumer thread, which creates and deletes it. The producer is safe
+// 2. m_consumer belongs to the consumer thread, which creates and deletes it. The producer is safe
 //    on any thread and lives until the consumer thread has been joined.
 // Threads: send() on any thread but never during construction or destruction by another;
 // on_message and on_timeout run on the consumer thread, and while one runs nothing is consumed.
@@ -18,14 +16,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <future>
 #include <librdkafka/rdkafkacpp.h>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
+
+#include "messaging/messaging_partition_assignment.h"
 
 namespace cv::messaging {
 
@@ -38,7 +35,8 @@ struct MessageBrokerSettings {
   /// After each consume call that returned no message. Consumer thread.
   std::function<void()> on_timeout;
   uint64_t consume_timeout = 0;  // milliseconds; 0 means 1000
-  /// Asked while the constructor waits for its first assignment: true ends the wait.
+  /// True ends every wait for the brokers but the destructor's. Asked on the thread that waits: the
+  /// constructing one and those that send.
   std::function<bool()> interrupted;
 };
 
@@ -49,7 +47,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   /// Returns after the first partition assignment, or after 10 seconds without one; at once when
   /// there are no topics.
   explicit MessageBroker(MessageBrokerSettings settings);
-  /// Waits up to 10 seconds for messages not yet delivered.
+  /// Gives messages not yet delivered up to 10 seconds, after up to 2 for the consumer thread to end.
+  /// With brokers that answer nothing an offset commit under way can take 12 in all.
   ~MessageBroker() override;
   MessageBroker(const MessageBroker&) = delete;
   MessageBroker& operator=(const MessageBroker&) = delete;
@@ -65,10 +64,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   static unsigned char* compress(const unsigned char* data, size_t& size);
   static unsigned char* decompress(const unsigned char* data, size_t& size);
 
-  /// Grows with the first assignment and with each partition of a later one that is listened to. When
-  /// it has grown since a request was sent, the answer may have been published before anybody listened;
-  /// the answer to one sent when all partitions have counted will be heard. Any thread.
-  uint64_t assignments() const { return m_assignments.load(std::memory_order_acquire); }
+  /// PartitionAssignment::assignments(). Any thread.
+  uint64_t assignments() const { return m_assignment.assignments(); }
 
   void rebalance_cb(RdKafka::KafkaConsumer* consumer, RdKafka::ErrorCode code,
                     std::vector<RdKafka::TopicPartition*>& partitions) override;
@@ -79,22 +76,23 @@ class MessageBroker : public RdKafka::RebalanceCb,
 
  private:
   void start_producer();
-  void stop_producer();
+  void flush_producer();
   void start_consumer();
   void stop_consumer();
 
   bool create_consumer();
   bool subscribe();
+  void close_consumer();
+  bool group_answers();
   void consumer_loop();
   void consume_one(int timeout_ms, bool& unknown_topic_seen);
   /// True when the topic turned out to exist, and so the message is done with.
   bool reload_unknown_topic(const std::string& topic);
   void handle_message(RdKafka::Message* message);
-  void expect_to_hear(const std::vector<RdKafka::TopicPartition*>& partitions);
-  void count_heard(const RdKafka::Message& message);
-  void sync_offsets(std::vector<RdKafka::TopicPartition*>& partitions, int timeout_ms);
   bool is_topic_exist_at_broker(const std::string& topic);
   void publish(const std::string& topic, unsigned char* owned_body, size_t size);
+  RdKafka::ErrorCode wait_for_delivery();
+  bool interrupted() const { return m_settings.interrupted && m_settings.interrupted(); }
   RdKafka::ErrorCode produce(const std::string& topic, unsigned char* body, size_t size);
 
   MessageBrokerSettings m_settings;
@@ -103,13 +101,11 @@ class MessageBroker : public RdKafka::RebalanceCb,
   // The library asks for the state of topics that it holds handles of: without them the check of
   // an unknown topic would never see it appear. Consumer thread.
   std::vector<std::unique_ptr<RdKafka::Topic>> m_topics;
-  // Assigned without an offset and not heard from yet. Consumer thread.
-  std::set<std::pair<std::string, int32_t>> m_silent_partitions;
   std::thread m_thread;
+  std::promise<void> m_consumer_done;
+  std::future<void> m_consumer_stopped;
   std::atomic<bool> m_running{false};
-  std::promise<void> m_consumer_ready;
-  std::atomic<bool> m_first_assignment{true};
-  std::atomic<uint64_t> m_assignments{0};
+  PartitionAssignment m_assignment;
 };
 
 }  // namespace cv::messaging

@@ -1,6 +1,7 @@
 #include "app/app_signals.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "app/scripted_service.h"
 #include "support/log_capture.h"
@@ -46,6 +47,25 @@ TEST(Signals, SetTheirFlagsAtOnceAndTheirLinesAreWrittenOutsideTheHandler) {
     return ServiceBase::wait_for_signal(-1);
   };
   for (int run = 0; run < 2; ++run) EXPECT_EQ(service.run({}), 0) << "a start clears the flags";
+}
+
+// In a process of its own, whose hook does not return once it is told to stop.
+TEST(SignalsDeathTest, AStopThatDoesNotEndIsEndedBySignalOrTime) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto stop_and_hang = [](int second_signal) {
+    cv::test::ScriptedService service;
+    service.script["work"] = [&]() -> bool {
+      raise(SIGTERM);
+      if (second_signal != 0) raise(second_signal);
+      for (;;) pause();
+    };
+    service.run({});
+  };
+  for (int number : {SIGTERM, SIGINT, SIGQUIT}) {
+    EXPECT_EXIT(stop_and_hang(number), testing::KilledBySignal(number), "");
+  }
+  EXPECT_EXIT(stop_and_hang(0), testing::ExitedWithCode(1),
+              "SERVICE: the stop takes too long, ending at once");
 }
 
 }  // namespace

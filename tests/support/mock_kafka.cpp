@@ -13,6 +13,7 @@ namespace cv::test {
 namespace {
 
 constexpr int delivery_ms = 10000;
+constexpr int32_t only_broker = 1;
 constexpr auto consume_limit = std::chrono::seconds(10);
 
 /// Runs MessageBroker::compress or ::decompress over a text.
@@ -109,6 +110,13 @@ std::vector<std::string> MockKafka::consume(const std::string& topic, std::size_
 void MockKafka::set_topic_error(const std::string& topic, rd_kafka_resp_err_t error) {
   rd_kafka_mock_topic_set_error(m_cluster, topic.c_str(), error);
 }
+
+void MockKafka::hang() {
+  constexpr int answer_after_ms = 3600 * 1000;
+  rd_kafka_mock_broker_set_rtt(m_cluster, only_broker, answer_after_ms);
+}
+
+void MockKafka::refuse() { rd_kafka_mock_broker_set_down(m_cluster, only_broker); }
 
 void MockKafka::push_errors(int16_t api_key, const std::vector<rd_kafka_resp_err_t>& errors) {
   rd_kafka_mock_push_request_errors_array(m_cluster, api_key, errors.size(), errors.data());

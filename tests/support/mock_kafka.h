@@ -45,6 +45,12 @@ class MockKafka {
   /// The next requests with this key of the Kafka protocol are answered with these errors.
   void push_errors(int16_t api_key, const std::vector<rd_kafka_resp_err_t>& errors);
 
+  /// From now on the cluster takes connections and requests and answers none, like a broker that is
+  /// stopped in its tracks.
+  void hang();
+  /// From now on the cluster has no connections and refuses new ones, like a broker that died.
+  void refuse();
+
  private:
   using Handle = std::unique_ptr<rd_kafka_t, decltype(&rd_kafka_destroy)>;
   Handle make_client(rd_kafka_type_t type, bool connected) const;

@@ -1,0 +1,86 @@
+#include "messaging/messaging_partition_assignment.h"
+
+#include <sstream>
+
+#include "log/log.h"
+#include "messaging/messaging_bracketed.h"
+
+namespace cv::messaging {
+
+namespace {
+
+constexpr int broker_query_ms = 1000;
+
+void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition) {
+  out << partition->topic() << '/' << partition->partition();
+}
+
+}  // namespace
+
+void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka::ErrorCode code,
+                                       Partitions& partitions) {
+  CV_LOG(SystemMessage) << "MESSAGE_BROKER: rebalance \"" << RdKafka::err2str(code) << "\": "
+                        << (partitions.empty() ? "(no partitions)"
+                                               : bracketed(partitions, &print_partition));
+  if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
+    m_silent_partitions.clear();
+    consumer.unassign();
+    return;
+  }
+  const bool first = m_first_assignment.exchange(false);
+  if (first) sync_offsets(consumer, partitions, broker_query_ms);
+  expect_to_hear(partitions);
+  if (first) m_consumer_ready.set_value();
+  consumer.assign(partitions);
+}
+
+// A partition assigned without an offset is read from a place that the library asks the cluster for
+// afterwards, and what is published meanwhile may lie before it. Its first message or end of
+// partition tells that the place is settled.
+void PartitionAssignment::expect_to_hear(const Partitions& partitions) {
+  m_silent_partitions.clear();
+  for (const RdKafka::TopicPartition* partition : partitions) {
+    if (partition->offset() < 0) {
+      m_silent_partitions.emplace(partition->topic(), partition->partition());
+    }
+  }
+  // At the first assignment this comes before the constructor is let go: its caller's first look
+  // counts the assignment in.
+  if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
+}
+
+void PartitionAssignment::count_heard(const RdKafka::Message& message) {
+  if (message.err() != RdKafka::ERR_NO_ERROR && message.err() != RdKafka::ERR__PARTITION_EOF) {
+    return;
+  }
+  // Each counts, not only the last: one that is never heard must not keep the others' answers away.
+  if (m_silent_partitions.erase({message.topic_name(), message.partition()}) != 0) {
+    m_assignments.fetch_add(1, std::memory_order_release);
+  }
+}
+
+void PartitionAssignment::sync_offsets(RdKafka::KafkaConsumer& consumer, Partitions& partitions,
+                                       int timeout_ms) {
+  for (RdKafka::TopicPartition* partition : partitions) {
+    std::ostringstream name;
+    print_partition(name, partition);
+    int64_t low = 0;
+    int64_t high = 0;
+    const RdKafka::ErrorCode code = consumer.query_watermark_offsets(
+        partition->topic(), partition->partition(), &low, &high, timeout_ms);
+    if (code != RdKafka::ERR_NO_ERROR) {
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to receive offset for [" << name.str()
+                           << "]: error (" << code << "): \"" << RdKafka::err2str(code) << '"';
+    } else if (high <= partition->offset()) {
+      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str()
+                            << "] is not required; current is (" << partition->offset()
+                            << "), received is (" << high << ')';
+    } else {
+      CV_LOG(SystemMessage) << "MESSAGE_BROKER: sync offset for [" << name.str() << "] from ("
+                            << partition->offset() << ") to (" << high << ')';
+      partition->set_offset(high);
+    }
+  }
+}
+
+}  // namespace cv::messaging
