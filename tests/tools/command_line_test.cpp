@@ -41,6 +41,7 @@ TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
       {2, {}, {}},
       {2, {"fingerprint", "--phases", "129", m_file}, {}},
       {2, {"fingerprint", "-o", "x", m_file, m_file}, {}},
+      {1, {"inspect", m_file}, {}},
       {2, play, {"--uuid", "12", m_file}},
       {1, play, {"/nonexistent.wav"}},
       {2, {"listen", "--port", "65536"}, {}},
