@@ -17,9 +17,9 @@
 #include "net/net_datagram_batch.h"
 #include "plain_packet_path.h"
 #include "ratio_main.h"
-#include "stepped_reader.h"
 #include "stopwatch.h"
 #include "support/packet_builder.h"
+#include "support/stepped_reader.h"
 
 namespace cv::bench {
 
@@ -73,7 +73,7 @@ class Fast {
   media::PacketReaderStatistic m_reader_statistic;
   FirstSample m_listener;
   ListenedManager m_manager{m_statistic, m_listener};
-  SteppedReader m_reader{m_reader_statistic, m_manager, &m_manager};
+  test::SteppedReader m_reader{m_reader_statistic, m_manager, &m_manager};
 };
 
 class Plain {

@@ -18,13 +18,13 @@
 
 #include "matching_material.h"
 #include "ratio_main.h"
-#include "stepped_reader.h"
 #include "stopwatch.h"
 #include "support/pipeline.h"
 #include "support/plain_samples_detector.h"
 #include "support/plain_spectrum.h"
 #include "support/recordings.h"
 #include "support/sound_folder.h"
+#include "support/stepped_reader.h"
 
 namespace cv::bench {
 
@@ -104,7 +104,7 @@ class Node {
  private:
   test::Pipeline m_pipeline;
   media::PacketReaderStatistic m_statistic;
-  SteppedReader m_reader{m_statistic, m_pipeline.media.manager()};
+  test::SteppedReader m_reader{m_statistic, m_pipeline.media.manager()};
   media::Datagram m_datagram;
 };
 

@@ -3,7 +3,7 @@
 
 #include "media/media_packet_reader.h"
 
-namespace cv::bench {
+namespace cv::test {
 
 struct SteppedReader : media::PacketReader {
   using PacketReader::PacketReader;
@@ -16,4 +16,4 @@ struct SteppedReader : media::PacketReader {
   }
 };
 
-}  // namespace cv::bench
+}  // namespace cv::test
