@@ -90,12 +90,13 @@ void EventDispatcher::handle_json_event(const unsigned char* data, size_t size) 
                          << "]: \"" << rapidjson::GetParseError_En(document.GetParseError()) << '"';
     return;
   }
-  if (!document.IsObject()) {
+  const rapidjson::Value& event = document;
+  if (!event.IsObject()) {
     CV_LOG(ErrorMessage) << "EVENT_DISPATCHER: JSON root is not an object";
     return;
   }
-  const auto type = document.FindMember(JsonEvent::field_type);
-  if (type == document.MemberEnd()) {
+  const auto type = event.FindMember(JsonEvent::field_type);
+  if (type == event.MemberEnd()) {
     CV_LOG(ErrorMessage) << "EVENT_DISPATCHER: JSON element \"" << JsonEvent::field_type
                          << "\" is not found";
     return;
