@@ -1,6 +1,7 @@
 #include "tools/json_text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/stringbuffer.h>
@@ -10,9 +11,10 @@ namespace cv::tools {
 
 namespace {
 
-constexpr unsigned strict_flags = rapidjson::kParseIterativeFlag |
-                                  rapidjson::kParseValidateEncodingFlag |
-                                  rapidjson::kParseFullPrecisionFlag;
+// Not at full precision, which makes any number of a zero with an exponent ("0e308"). Without it a number
+// of more than 15 digits may be off in its last bits, as it is when the node reads it.
+constexpr unsigned strict_flags =
+    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
 constexpr unsigned by_hand_flags =
     strict_flags | rapidjson::kParseCommentsFlag | rapidjson::kParseTrailingCommasFlag;
 
@@ -39,6 +41,21 @@ bool deeper_than(const rapidjson::Value& value, int limit) {
   return false;
 }
 
+/// Nested no deeper than max_json_depth. The parser lets some numbers beyond a double's range through, and
+/// the writer cannot write them.
+bool is_writable(const rapidjson::Value& value) {
+  if (value.IsArray()) {
+    const auto items = value.GetArray();
+    return std::all_of(items.begin(), items.end(), &is_writable);
+  }
+  if (value.IsObject()) {
+    const auto members = value.GetObject();
+    return std::all_of(members.begin(), members.end(),
+                       [](const auto& member) { return is_writable(member.value); });
+  }
+  return !value.IsDouble() || std::isfinite(value.GetDouble());
+}
+
 }  // namespace
 
 bool parse_json(std::string_view text, JsonDialect dialect, rapidjson::Document& document,
@@ -60,6 +77,10 @@ bool parse_json(std::string_view text, JsonDialect dialect, rapidjson::Document&
   }
   if (deeper_than(document, max_json_depth)) {
     error = "nests deeper than " + std::to_string(max_json_depth) + " levels";
+    return false;
+  }
+  if (!is_writable(document)) {
+    error = "holds a number beyond the range of a double";
     return false;
   }
   return true;

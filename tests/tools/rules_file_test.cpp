@@ -16,7 +16,8 @@ TEST(RulesFile, SamplesTakeWhatTheyDoNotSayFromTheirRuleAndRulesFromTheFile) {
         {"file": "b.wav", "threshold": 6, "name": "bee", "event_object": [1, {"k": null}]},
       ]},
       {"id": 2, "threshold": 5.25, "event_object": "text", "samples": ["*", {"file": "c.wav"}]},
-      {"id": 3, "dead_air": {"dev_threshold": 300, "activity_hits": 4294967295, "silence_hits": 0}},
+      {"id": 3, "dead_air": {"dev_threshold": 300, "pow_threshold": 0e308, "activity_hits": 4294967295,
+                            "silence_hits": 0}},
     ]})",
                                  error);
   ASSERT_TRUE(rules) << error;
@@ -32,6 +33,7 @@ TEST(RulesFile, SamplesTakeWhatTheyDoNotSayFromTheirRuleAndRulesFromTheFile) {
   EXPECT_EQ(rules->rules[1].samples[1].event_object, "\"text\"");
   const DeadAirOptions dead_air = rules->rules[2].dead_air.value();
   EXPECT_EQ(dead_air.dev_threshold, 300);
+  EXPECT_EQ(dead_air.pow_threshold, 0);
   EXPECT_EQ(dead_air.activity_hits, UINT32_MAX);
   EXPECT_EQ(dead_air.silence_hits, 0u);
   EXPECT_TRUE(read_rules(CORVANTH_EXAMPLE_RULES, error)) << error;
@@ -58,6 +60,7 @@ TEST(RulesFile, SaysWhereABadFileIsBad) {
       {in_rule(R"("dead_air": {"sig_threshold": 1})"), "rules[1].dead_air: unknown member"},
       {in_rule(R"("dead_air": {"activity_hits": 4294967296})"), "rules[1].dead_air.activity_hits:"},
       {in_rule("\"event_object\": " + std::string(70, '[') + std::string(70, ']')), "deeper than"},
+      {in_rule(R"("event_object": 17976931348623159e292)"), "beyond the range"},
   };
   for (const auto& row : table) {
     std::string error;
