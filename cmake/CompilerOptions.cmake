@@ -10,8 +10,17 @@ set(CORVANTH_SANITIZE "" CACHE STRING "Value of -fsanitize=, empty for none")
 if(CORVANTH_SANITIZE)
   add_compile_options(-fsanitize=${CORVANTH_SANITIZE} -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${CORVANTH_SANITIZE})
-  # gcc's flow analysis misjudges instrumented code; the plain presets keep these as errors.
-  add_compile_options(-Wno-maybe-uninitialized -Wno-tsan)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # gcc's flow analysis misjudges instrumented code; the plain presets keep these as errors.
+    add_compile_options(-Wno-maybe-uninitialized -Wno-tsan)
+  endif()
+endif()
+
+# libFuzzer is clang's. Everything is built to tell it which branches an input takes.
+option(CORVANTH_FUZZ "Build the fuzz targets (clang only)" OFF)
+if(CORVANTH_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link
+    -fsanitize-ignorelist=${CMAKE_SOURCE_DIR}/fuzz/ignorelist.txt)
 endif()
 
 find_program(CCACHE ccache)

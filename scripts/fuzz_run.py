@@ -1,0 +1,90 @@
+"""Runs fuzz targets side by side and prints what came of it; see scripts/fuzz."""
+
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+# An input that takes longer, or a target that needs more memory, is a finding.
+LONGEST_INPUT_S = 20
+MOST_MEMORY_MIB = 2048
+
+BUILD = pathlib.Path("build/fuzz")
+
+
+class Run:
+    """One target, run for some seconds."""
+
+    def __init__(self, target):
+        self.target = target
+        self.corpus = BUILD / "corpus" / target
+        self.log = BUILD / "logs" / f"{target}.log"
+        self.findings = BUILD / "findings" / target
+
+    def command(self, seconds):
+        dictionary = pathlib.Path(f"fuzz/dictionaries/{self.target}.dict")
+        seeds = [f for f in (BUILD / "seeds" / self.target, pathlib.Path("fuzz/corpus") / self.target)
+                 if f.is_dir()]
+        return ([self.binary(), f"-max_total_time={seconds}", f"-timeout={LONGEST_INPUT_S}",
+                 f"-rss_limit_mb={MOST_MEMORY_MIB}", "-print_final_stats=1", "-use_value_profile=0",
+                 f"-artifact_prefix={self.findings}/"]
+                + ([f"-dict={dictionary}"] if dictionary.exists() else [])
+                + [str(self.corpus)] + [str(folder) for folder in seeds])
+
+    def binary(self):
+        return str(BUILD / "bin" / f"{self.target}_fuzz")
+
+    def run(self, seconds):
+        shutil.rmtree(self.findings, ignore_errors=True)
+        for folder in (self.corpus, self.log.parent, self.findings):
+            folder.mkdir(parents=True, exist_ok=True)
+        # Files that a target writes are small and gone at once.
+        memory = {"TMPDIR": "/dev/shm"} if os.access("/dev/shm", os.W_OK) else {}
+        with self.log.open("wb") as log:
+            self.status = subprocess.run(self.command(seconds), stdout=log, stderr=log,
+                                         env=os.environ | memory).returncode
+        return self
+
+    def row(self):
+        text = self.log.read_text(errors="replace")
+
+        def last(pattern):
+            found = re.findall(pattern, text)
+            return found[-1] if found else "?"
+
+        return [self.target, last(r"stat::number_of_executed_units: +(\d+)"),
+                last(r"stat::average_exec_per_sec: +(\d+)"), last(r" cov: (\d+)"),
+                last(r" ft: (\d+)"), last(r" corp: (\d+)/"), last(r"stat::peak_rss_mb: +(\d+)"),
+                str(len(self.found()))]
+
+    def found(self):
+        return sorted(self.findings.iterdir())
+
+    def complaint(self):
+        """None when all was well."""
+        if self.status == 0 and not self.found():
+            return None
+        lines = [f"fuzz: {self.target} ended with status {self.status}; {self.log} says how"]
+        lines += [f"fuzz:   {self.binary()} {path}" for path in self.found()]
+        return "\n".join(lines)
+
+
+def main(seconds, targets):
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        runs = list(pool.map(lambda target: Run(target).run(seconds), targets))
+    rows = [["target", "executions", "a second", "edges", "features", "corpus", "MiB", "findings"]]
+    rows += [run.row() for run in runs]
+    widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
+    for row in rows:
+        print(row[0].ljust(widths[0]), *[cell.rjust(w) for cell, w in zip(row[1:], widths[1:])],
+              sep="  ")
+    complaints = [run.complaint() for run in runs if run.complaint()]
+    print(*complaints, sep="\n", file=sys.stderr, end="\n" if complaints else "")
+    return 1 if complaints else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(int(sys.argv[1]), sys.argv[2:]))
