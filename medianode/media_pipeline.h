@@ -27,6 +27,12 @@ class MediaPipeline {
                 DeadAirDispatcher& dead_air_dispatcher, ReportManager& report_manager,
                 media::StreamManagerStatistic& statistic, const IClock& clock = steady_clock());
 
+  /// `listener`, not owned, gets every frame after the analysers; before the first packet. The node has
+  /// none: it is for tools that show what the analysers see.
+  void add_spectrum_listener(SpectrumGeneratorListener* listener) {
+    m_spectrum_generator.add_listener(listener);
+  }
+
   /// Where the checked packets go.
   Manager& manager() { return m_manager; }
 

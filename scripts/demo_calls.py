@@ -1,7 +1,8 @@
 """The demo behind scripts/demo: a site in a temporary folder, calls of real prompts, a verdict.
 
 Usage: demo_calls.py FOLDER_OF_EXECUTABLES
-Exit status 0 only when every call was reported exactly as expected.
+Exit status 0 only when every call was reported exactly as expected, and when `corvanth analyse` finds
+the very same in the recordings of the calls.
 """
 
 import array
@@ -9,6 +10,7 @@ import json
 import math
 import pathlib
 import random
+import re
 import subprocess
 import sys
 import tempfile
@@ -36,9 +38,9 @@ def read_wav(path):
         return array.array("h", file.readframes(file.getnframes()))
 
 
-def write_wav(path, samples):
+def write_wav(path, samples, channels=1):
     with wave.open(str(path), "wb") as file:
-        file.setnchannels(1)
+        file.setnchannels(channels)
         file.setsampwidth(2)
         file.setframerate(RATE)
         file.writeframes(array.array("h", samples).tobytes())
@@ -69,6 +71,14 @@ def with_noise(samples, signal_to_noise_db, seed):
     return array.array("h", (max(-32768, min(32767, round(s + rng.gauss(0, sigma)))) for s in samples))
 
 
+def write_stereo(path, sides):
+    """The originator's audio on the left, the terminator's on the right."""
+    frames = array.array("h", bytes(4 * max(map(len, sides))))
+    for side, samples in enumerate(sides):
+        frames[side : 2 * len(samples) : 2] = samples
+    write_wav(path, frames, channels=2)
+
+
 # Calls.
 
 
@@ -88,6 +98,7 @@ class Call:
         self.active = active
         self.uuid = f"00000000-0000-4000-8000-{number:012d}"
         self.reports = []
+        self.lines = []
         self.started = None
 
 
@@ -138,7 +149,7 @@ class DemoSite(running_site.Site):
 
         def read():
             for line in listener.stdout:
-                on_report(json.loads(line), time.monotonic())
+                on_report(line.decode().rstrip("\n"), time.monotonic())
 
         threading.Thread(target=read, daemon=True).start()
 
@@ -155,7 +166,42 @@ class DemoSite(running_site.Site):
             stderr=open(self.folder / f"play-{call.number}.log", "wb"))
 
 
+    def analyse(self, calls):
+        """The lines of `corvanth analyse` about each call, from recordings of both sides in one file."""
+        recordings = [str(self.folder / f"call-{call.number}.wav") for call in calls]
+        for call, name in zip(calls, recordings):
+            write_stereo(name, call.sides)
+        index = self.folder / "index.tsv"
+        output = subprocess.run(
+            [self.tool, "analyse", "--samples", str(self.samples), "--rules", str(self.rules),
+             "--rule", str(running_site.RULE), "--index", str(index)] + recordings,
+            stdout=subprocess.PIPE, check=True, text=True).stdout.splitlines()
+        uuids = [line.split("\t")[0] for line in index.read_text().splitlines()]
+        return [[line for line in output if uuid in line] for uuid in uuids]
+
+
 # The verdict.
+
+
+def without_identifiers(line):
+    """A report but for what no two calls have in common."""
+    return re.sub(r'"(session_uuid|session_timestamp|version)": [^,]*, ', "", line)
+
+
+def compare_with_analysis(calls, analysed):
+    """Whether the recordings of the calls gave what the calls gave, line by line."""
+    agreed = True
+    for call, lines in zip(calls, analysed, strict=True):
+        reported = [without_identifiers(line) for line in call.lines]
+        found = [without_identifiers(line) for line in lines]
+        if reported != found:
+            agreed = False
+            print(f"call {call.number}: the node reported\n  " + "\n  ".join(reported) +
+                  "\nand corvanth analyse finds\n  " + "\n  ".join(found))
+    total = sum(len(call.lines) for call in calls)
+    if agreed:
+        print(f"\ncorvanth analyse finds the same {total} reports, digit for digit, in recordings of these calls.")
+    return agreed and total > 0
 
 
 def judge(call):
@@ -208,11 +254,19 @@ def main():
         print(f"demo: fingerprinting {count} prompts, starting the broker and the node", file=sys.stderr)
         site.start_configd()
         site.start_node()
-        site.start_listener(lambda report, at: by_uuid[report["session_uuid"]].reports.append((report, at)))
+
+        def on_report(line, at):
+            report = json.loads(line)
+            call = by_uuid[report["session_uuid"]]
+            call.reports.append((report, at))
+            call.lines.append(line)
+
+        site.start_listener(on_report)
         print(f"demo: playing {len(calls)} calls in real time", file=sys.stderr)
         failed = [p.args for p in [site.play(call) for call in calls] if p.wait() != 0]
         time.sleep(1)
         agreed = print_verdict(calls)
+        agreed = compare_with_analysis(calls, site.analyse(calls)) and agreed
         print(f"\n{'All calls were reported as expected.' if agreed and not failed else 'Reports differ.'}")
         return 0 if agreed and not failed else 1
 

@@ -1,7 +1,5 @@
 #include "tools/audio_file.h"
 
-#include <algorithm>
-#include <cmath>
 #include <memory>
 #include <sndfile.h>
 #include <soxr.h>
@@ -21,9 +19,19 @@ struct DeleteResampler {
   void operator()(soxr* resampler) const { soxr_delete(resampler); }
 };
 
-int16_t to_pcm(float sample) {
-  // 32768 undoes libsndfile's scaling exactly: 16-bit audio keeps its bits.
-  return static_cast<int16_t>(std::clamp(std::lrint(sample * 32768.0F), -32768L, 32767L));
+void append_pcm(const float* samples, std::size_t count, std::vector<int16_t>& out) {
+  const std::size_t begin = out.size();
+  out.resize(begin + count);
+  int16_t* const to = out.data() + begin;
+  for (std::size_t i = 0; i < count; ++i) {
+    // 32768 undoes libsndfile's scaling exactly: 16-bit audio keeps its bits.
+    const float scaled = samples[i] * 32768.0F;
+    const float above = scaled > -32768.0F ? scaled : -32768.0F;  // what is no number, too
+    const float clamped = above < 32767.0F ? above : 32767.0F;
+    // Rounds to the nearest, even ones in the middle, as lrintf() does, which is a call a sample.
+    constexpr float rounding = 1.5F * (1 << 23);
+    to[i] = static_cast<int16_t>(clamped + rounding - rounding);
+  }
 }
 
 /// Appends samples at the analysis' rate, resampling on the way where the source has another.
@@ -41,7 +49,7 @@ class Converter {
 
   void append(const float* samples, std::size_t count, std::vector<int16_t>& out) {
     if (!m_resampler) {
-      std::transform(samples, samples + count, std::back_inserter(out), to_pcm);
+      append_pcm(samples, count, out);
       return;
     }
     process(samples, count, out);
@@ -62,8 +70,7 @@ class Converter {
                              count - consumed_total, &consumed, m_output.data(), m_output.size(),
                              &produced);
       consumed_total += consumed;
-      std::transform(m_output.begin(), m_output.begin() + static_cast<std::ptrdiff_t>(produced),
-                     std::back_inserter(out), to_pcm);
+      append_pcm(m_output.data(), produced, out);
     } while (!m_error && (consumed_total < count || produced == m_output.size()));
   }
 
@@ -72,50 +79,108 @@ class Converter {
   std::vector<float> m_output = std::vector<float>(block_frames);
 };
 
-void mix_to_mono(const std::vector<float>& frames, std::size_t count, int channels,
-                 std::vector<float>& mono) {
+/// The mean of all channels.
+void mix(const std::vector<float>& frames, std::size_t count, std::size_t channels,
+         std::vector<float>& mono) {
   mono.resize(count);
   for (std::size_t i = 0; i < count; ++i) {
     float sum = 0;
-    for (int channel = 0; channel < channels; ++channel) {
-      sum += frames[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)];
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+      sum += frames[i * channels + channel];
     }
     mono[i] = sum / static_cast<float>(channels);
   }
+}
+
+void pick(const std::vector<float>& frames, std::size_t count, std::size_t channels,
+          std::size_t channel, std::vector<float>& out) {
+  out.resize(count);
+  for (std::size_t i = 0; i < count; ++i) out[i] = frames[i * channels + channel];
+}
+
+Sound open_sound(const std::string& path, SF_INFO& info, std::string& error) {
+  Sound sound(sf_open(path.c_str(), SFM_READ, &info));
+  if (!sound) error = sf_strerror(nullptr);
+  return sound;
+}
+
+/// One side of the result with its conversion.
+struct Track {
+  Track(int source_rate_hz, std::vector<int16_t>& out) : converter(source_rate_hz), samples(out) {}
+
+  Converter converter;
+  std::vector<float> block;
+  std::vector<int16_t>& samples;
+};
+
+/// Reads to the end. `split` puts so many interleaved frames into the tracks' blocks. False, with the
+/// reason in `error`.
+template <typename Split>
+bool convert(SNDFILE* sound, const SF_INFO& info, AudioChannels& out, const Split& split,
+             std::string& error) {
+  std::vector<Track> tracks;
+  tracks.reserve(out.size());
+  for (auto& samples : out) tracks.emplace_back(info.samplerate, samples);
+  const auto refused = [&](const Track& track) {
+    if (track.converter.error() == nullptr) return false;
+    error = std::string("resampling failed: ") + track.converter.error();
+    return true;
+  };
+  std::vector<float> frames(block_frames * static_cast<std::size_t>(info.channels));
+  sf_count_t total = 0;
+  while (const sf_count_t count = sf_readf_float(sound, frames.data(), block_frames)) {
+    if (count < 0) break;
+    total += count;
+    split(frames, static_cast<std::size_t>(count), tracks);
+    for (Track& track : tracks) {
+      track.converter.append(track.block.data(), track.block.size(), track.samples);
+      if (refused(track)) return false;
+    }
+  }
+  for (Track& track : tracks) {
+    track.converter.finish(track.samples);
+    if (refused(track)) return false;
+  }
+  if (total >= info.frames && sf_error(sound) == SF_ERR_NO_ERROR) return true;
+  error = "the audio ends early, after " + std::to_string(total) + " of " +
+          std::to_string(info.frames) + " frames";
+  return false;
 }
 
 }  // namespace
 
 std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error) {
   SF_INFO info{};
-  const Sound sound(sf_open(path.c_str(), SFM_READ, &info));
-  if (!sound) {
-    error = sf_strerror(nullptr);
+  const Sound sound = open_sound(path, info, error);
+  if (!sound) return std::nullopt;
+  AudioChannels mono(1);
+  const auto channels = static_cast<std::size_t>(info.channels);
+  const auto split = [channels](const std::vector<float>& frames, std::size_t count,
+                                std::vector<Track>& tracks) {
+    mix(frames, count, channels, tracks[0].block);
+  };
+  if (!convert(sound.get(), info, mono, split, error)) return std::nullopt;
+  return std::move(mono[0]);
+}
+
+std::optional<AudioChannels> read_channels(const std::string& path, std::size_t max_channels,
+                                           std::string& error) {
+  SF_INFO info{};
+  const Sound sound = open_sound(path, info, error);
+  if (!sound) return std::nullopt;
+  const auto channels = static_cast<std::size_t>(info.channels);
+  if (channels > max_channels) {
+    error = "it has " + std::to_string(channels) + " channels, and at most " +
+            std::to_string(max_channels) + " are taken";
     return std::nullopt;
   }
-  Converter converter(info.samplerate);
-  std::vector<int16_t> samples;
-  std::vector<float> frames(block_frames * static_cast<std::size_t>(info.channels));
-  std::vector<float> mono;
-  sf_count_t total = 0;
-  while (!converter.error()) {
-    const sf_count_t count = sf_readf_float(sound.get(), frames.data(), block_frames);
-    if (count <= 0) break;
-    total += count;
-    mix_to_mono(frames, static_cast<std::size_t>(count), info.channels, mono);
-    converter.append(mono.data(), mono.size(), samples);
-  }
-  if (!converter.error()) converter.finish(samples);
-  if (converter.error()) {
-    error = std::string("resampling failed: ") + converter.error();
-    return std::nullopt;
-  }
-  if (total < info.frames || sf_error(sound.get()) != SF_ERR_NO_ERROR) {
-    error = "the audio ends early, after " + std::to_string(total) + " of " +
-            std::to_string(info.frames) + " frames";
-    return std::nullopt;
-  }
-  return samples;
+  AudioChannels apart(channels);
+  const auto split = [channels](const std::vector<float>& frames, std::size_t count,
+                                std::vector<Track>& tracks) {
+    for (std::size_t i = 0; i < channels; ++i) pick(frames, count, channels, i, tracks[i].block);
+  };
+  if (!convert(sound.get(), info, apart, split, error)) return std::nullopt;
+  return apart;
 }
 
 }  // namespace cv::tools

@@ -4,6 +4,7 @@
 // fingerprint of a prompt equal the fingerprint of the same prompt in a call.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -17,5 +18,12 @@ inline constexpr int audio_rate_hz = 8000;
 /// (high quality, no dither: the same file always gives the same samples).
 /// Empty, with the reason in `error`, when the file cannot be opened or ends before its header says.
 std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error);
+
+/// By channel, all of one length.
+using AudioChannels = std::vector<std::vector<int16_t>>;
+
+/// As read_audio(), with each channel by itself; a file of more than `max_channels` is an error.
+std::optional<AudioChannels> read_channels(const std::string& path, std::size_t max_channels,
+                                           std::string& error);
 
 }  // namespace cv::tools

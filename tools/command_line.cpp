@@ -21,6 +21,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_play_command(app, status);
   add_listen_command(app, status);
   add_load_command(app, status);
+  add_analyse_command(app, status);
   try {
     app.parse(argc, argv);
     // Data that could not be written is no success.

@@ -31,5 +31,28 @@ TEST(AudioFile, EveryRateAndNumberOfChannelsComesToTheSameLengthAndLevel) {
   EXPECT_FALSE(error.empty());
 }
 
+TEST(AudioFile, ChannelsApartKeepTheirBits) {
+  const test::TemporaryFolder folder;
+  std::string error;
+  AudioChannels channels(2);
+  std::vector<int16_t> frames;
+  for (int value = -32768; value <= 32767; ++value) {
+    for (std::size_t i = 0; i < 2; ++i) {
+      channels[i].push_back(static_cast<int16_t>(i == 0 ? value : -1 - value));
+      frames.push_back(channels[i].back());
+    }
+  }
+  test::write_sound(folder / "a", frames, 8000, 2);
+  EXPECT_EQ(read_channels(folder / "a", 2, error), channels);
+  EXPECT_FALSE(read_channels(folder / "a", 1, error));
+  EXPECT_NE(error.find("it has 2 channels"), error.npos);
+  // What no 16 bits can hold; rounding is to the nearest.
+  const float step = 1.0F / 32768;
+  test::write_sound(folder / "b", std::vector<float>{2, -2, NAN, 1.4F * step, 2.5F * step, -step},
+                    8000, 1, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+  EXPECT_EQ(read_audio(folder / "b", error),
+            (std::vector<int16_t>{32767, -32768, -32768, 1, 2, -1}));
+}
+
 }  // namespace
 }  // namespace cv::tools

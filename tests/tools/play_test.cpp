@@ -70,5 +70,24 @@ TEST(CallSchedule, IsStartThenBothSidesEveryTwentyMillisecondsThenTerm) {
   EXPECT_EQ(sent[7].due_us, 60000);
 }
 
+TEST(CallSchedule, NothingIsSentForASideThatIsNotThere) {
+  for (const std::size_t side : {0u, 1u}) {
+    CallSettings one_sided = settings();
+    one_sided.there[side ^ 1] = false;
+    CallSchedule::Sides sides;
+    sides[side] = ramp(321);
+    const auto sent = play(CallSchedule(one_sided, sides));
+    ASSERT_EQ(sent.size(), 1u + 3 + 1);
+    for (uint32_t i = 1; i < 4; ++i) {
+      test::Viewed<media::DataPacket> data(sent[i].bytes);
+      EXPECT_EQ(data->side(), side);
+      EXPECT_EQ(data->seq, i);
+      EXPECT_EQ(sent[i].due_us, 20000 * (i - 1));
+    }
+    EXPECT_EQ(sent[4].bytes.size(), sizeof(media::TerminatePacket));
+    EXPECT_EQ(sent[4].due_us, 60000);
+  }
+}
+
 }  // namespace
 }  // namespace cv::tools

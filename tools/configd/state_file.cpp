@@ -176,7 +176,7 @@ std::string StateFile::to_json() const {
 }
 
 bool StateFile::save(std::string& error) {
-  if (!m_changed) return true;
+  if (!m_changed || m_in_memory) return true;
   if (!replace_file(m_path, to_json(), error)) return false;
   m_changed = false;
   return true;

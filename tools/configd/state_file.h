@@ -53,6 +53,9 @@ class StateFile {
   uint64_t sample_version() const { return m_samples_announced.version; }
   uint64_t dead_air_version() const { return m_dead_air_announced.version; }
 
+  /// From now on save() writes nothing: for who only wants to know what nodes would be told.
+  void keep_in_memory() { m_in_memory = true; }
+
   /// Writes the file if anything changed since it was last written.
   bool save(std::string& error);
 
@@ -72,6 +75,7 @@ class StateFile {
   std::map<std::string, Sample> m_samples;
   std::vector<uint32_t> m_dropped_hashes;
   bool m_changed = false;
+  bool m_in_memory = false;
 };
 
 }  // namespace cv::tools

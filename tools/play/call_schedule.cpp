@@ -16,16 +16,25 @@ CallSchedule::CallSchedule(CallSettings settings, Sides sides)
 
 bool CallSchedule::next(int64_t& due_us, media::Datagram& out) {
   if (m_ended) return false;
+  if (!m_started) {
+    m_started = true;
+    due_us = 0;
+    return write_start(out);
+  }
+  if (m_block != m_blocks && skips(m_side)) pass_side();
   due_us = static_cast<int64_t>(m_block) * block_us;
-  if (!std::exchange(m_started, true)) return write_start(out);
   if (m_block == m_blocks) {
     m_ended = true;
     return media::write_terminate(m_key, static_cast<uint64_t>(due_us), out);
   }
   const bool written = write_block(m_block, m_side, out);
+  pass_side();
+  return written;
+}
+
+void CallSchedule::pass_side() {
   m_block += m_side;
   m_side ^= 1;
-  return written;
 }
 
 void CallSchedule::cut_short() { m_blocks = m_block; }

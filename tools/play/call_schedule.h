@@ -2,7 +2,8 @@
 //
 // START at 0; then every 20 ms a DATA packet of 160 samples for the originator and one for the
 // terminator; TERM when the longer side is played. A side that is shorter, or empty, is silence from
-// there on: both sides of a call last equally long. Pure: no clock, no socket.
+// there on: both sides of a call last equally long, unless one is said not to be there at all. Pure: no
+// clock, no socket.
 #pragma once
 
 #include <array>
@@ -26,6 +27,8 @@ struct CallSettings {
   uint8_t features = 0;
   uint32_t report_addr = 0;  // network byte order
   uint16_t report_port = 0;  // network byte order; 0: none
+  /// By side; nothing is ever sent for a side that is not there.
+  std::array<bool, 2> there = {true, true};
 };
 
 class CallSchedule {
@@ -43,7 +46,9 @@ class CallSchedule {
   int64_t duration_us() const { return static_cast<int64_t>(m_blocks) * block_us; }
 
  private:
+  bool skips(uint16_t side) const { return !m_settings.there[side]; }
   bool write_start(media::Datagram& out) const;
+  void pass_side();
   bool write_block(std::size_t block, uint16_t side, media::Datagram& out);
 
   CallSettings m_settings;

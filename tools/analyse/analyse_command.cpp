@@ -1,0 +1,289 @@
+#include "tools/analyse/analyse_command.h"
+
+#include <CLI/CLI.hpp>
+#include <ctime>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "core/clock.h"
+#include "tools/analyse/analysis.h"
+#include "tools/audio_file.h"
+#include "tools/command_line.h"
+#include "tools/log_to_standard_error.h"
+#include "tools/ordered_jobs.h"
+#include "tools/play/play_command.h"
+#include "tools/progress_bar.h"
+#include "tools/stop_signals.h"
+#include "utils/utils_str.h"
+
+namespace cv::tools {
+
+namespace {
+
+class AnalyseFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The node's own reading of its settings; a refusal is on standard error already.
+rc_ptr<mn::Configuration> read_settings(const AnalyseOptions& options) {
+  rc_ptr<mn::Configuration> settings(new mn::Configuration);
+  const bool read = (options.config_file.empty() || settings->parse_file(options.config_file)) &&
+                    (options.args.empty() || settings->parse_args(options.args));
+  if (!read) throw AnalyseFailure("the node's settings are refused");
+  return settings;
+}
+
+Snapshot read_site(const AnalyseOptions& options, StopSignals& stop) {
+  std::string error;
+  auto state =
+      StateFile::open(options.state.empty() ? options.rules + ".state" : options.state, 1, error);
+  if (!state) throw AnalyseFailure(error);
+  state->keep_in_memory();
+  Site site({options.samples, options.rules, options.settings.drop_common}, std::move(*state),
+            fingerprint_reader(options.samples, options.settings.fingerprint));
+  ProgressBar bar("fingerprinting");
+  const auto progress = [&](std::size_t done, std::size_t total) {
+    bar.update(done, total);
+    if (stop.check()) throw AnalyseFailure("broken off");
+  };
+  if (!site.start(progress, error)) throw AnalyseFailure(error);
+  Snapshot snapshot = site.snapshot();
+  if (options.config_version) snapshot.sample_version = *options.config_version;
+  return snapshot;
+}
+
+std::vector<RecordingSource> find_sources(const AnalyseOptions& options, int& status) {
+  if (options.pair) return {{options.recordings[0], options.recordings, 0}};
+  const uint16_t mono_side = options.mono_side == "terminator" ? 1 : 0;
+  std::vector<RecordingSource> sources;
+  for (const std::string& path : options.recordings) {
+    std::string error;
+    if (find_recordings(path, mono_side, sources, error)) continue;
+    std::cerr << "corvanth: " << error << "\n";
+    status = exit_failed;
+  }
+  return sources;
+}
+
+CallTerms make_terms(const AnalyseOptions& options) {
+  CallTerms terms;
+  terms.rule = options.rule;
+  terms.features = feature_bits(options.features).value();
+  terms.timestamp = options.timestamp;
+  if (!options.uuid.empty()) terms.uuid = parse_uuid(options.uuid);
+  return terms;
+}
+
+std::ofstream open_output(const std::string& path) {
+  std::ofstream file;
+  if (path.empty()) return file;
+  file.open(path, std::ios::binary);
+  if (!file) throw AnalyseFailure(path + ": cannot be written");
+  return file;
+}
+
+void close_output(std::ofstream& file, const std::string& path) {
+  if (!path.empty() && !file.flush()) throw AnalyseFailure(path + ": cannot be written");
+}
+
+/// Takes what the threads found, in order.
+class AnalyseRun {
+ public:
+  AnalyseRun(const AnalyseOptions& options, std::vector<RecordingSource> sources)
+      : m_options(options),
+        m_terms(make_terms(options)),
+        m_sources(std::move(sources)),
+        m_index(open_output(options.index)) {}
+
+  int run(const rc_ptr<mn::Configuration>& settings, const Snapshot& site, StopSignals& stop) {
+    auto first = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
+    if (!rule_is_known(*first)) return exit_failed;
+    std::mutex first_lock;
+    OrderedJobs<Analysed> jobs(m_sources.size(),
+                               m_options.jobs == 0 ? processors() : m_options.jobs);
+    const auto make_worker = [&] {
+      std::shared_ptr<Analysis> analysis;
+      {
+        const std::lock_guard lock(first_lock);
+        analysis = std::exchange(first, nullptr);
+      }
+      if (!analysis) analysis = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
+      return [this, analysis](std::size_t job) { return analyse(*analysis, m_sources[job]); };
+    };
+    const int64_t start_us = steady_clock().now_us();
+    const std::clock_t start_clock = std::clock();
+    ProgressBar bar(m_sources.size() == 1 ? "analysing, seconds" : "analysing");
+    jobs.run(
+        make_worker,
+        [&](std::size_t job, const Analysed& analysed) { return take(m_sources[job], analysed); },
+        [&] {
+          show(bar);
+          if (stop.check()) m_progress.stopped = true;
+          return !m_progress.stopped;
+        });
+    close_output(m_index, m_options.index);
+    print_summary(static_cast<double>(steady_clock().now_us() - start_us) / 1e6,
+                  static_cast<double>(std::clock() - start_clock) / CLOCKS_PER_SEC, jobs.threads());
+    return m_progress.stopped ? exit_failed : m_status;
+  }
+
+ private:
+  /// A rule that is not there would make everything look missed.
+  bool rule_is_known(Analysis& analysis) const {
+    if ((m_terms.features & media::features_sample_detection) == 0) return true;
+    const RuleInForce rule = analysis.rule();
+    if (rule.database && !rule.database->empty()) return true;
+    std::cerr << "corvanth: rule " << m_terms.rule << " finds no recording in " << m_options.samples
+              << "\n";
+    return false;
+  }
+
+  static Analysed analyse(Analysis& analysis, const RecordingSource& source) {
+    std::string error;
+    auto recording = read_recording(source, error);
+    if (recording) return analysis.run(std::move(*recording));
+    Analysed failed;
+    failed.error = std::move(error);
+    return failed;
+  }
+
+  bool take(const RecordingSource& source, const Analysed& analysed) {
+    ++m_taken;
+    if (!analysed.error.empty()) {
+      std::cerr << "corvanth: " << analysed.error << "\n";
+      m_status = exit_failed;
+      return true;
+    }
+    m_samples += analysed.samples;
+    m_lines += analysed.lines.size();
+    for (const std::string& line : analysed.lines) std::cout << line << '\n';
+    if (m_index.is_open()) {
+      m_index << utils::str::print_uuid(analysed.uuid.data()) << '\t' << source.name << '\t'
+              << seconds(analysed.samples) << '\t' << analysed.lines.size() << '\n';
+    }
+    return static_cast<bool>(std::cout);
+  }
+
+  void show(ProgressBar& bar) const {
+    if (m_sources.size() == 1) {
+      bar.update(m_progress.samples_done / audio_rate_hz, m_progress.samples_known / audio_rate_hz);
+    } else {
+      bar.update(m_taken, m_sources.size());
+    }
+  }
+
+  static double seconds(uint64_t samples) { return static_cast<double>(samples) / audio_rate_hz; }
+
+  /// A machine that is busy with something else shows in the first factor only.
+  void print_summary(double elapsed_s, double processor_s, unsigned threads) const {
+    const double audio_s = seconds(m_samples);
+    std::cerr << std::fixed << std::setprecision(2)
+              << "corvanth: " << (m_progress.stopped ? "broken off: " : "") << m_taken
+              << " recording(s), " << m_lines << " report(s), " << audio_s << " s of audio in "
+              << elapsed_s << " s on " << threads << " thread(s), " << std::setprecision(0)
+              << audio_s / elapsed_s << " times real time; " << audio_s / processor_s
+              << " times for a processor\n";
+  }
+
+  const AnalyseOptions& m_options;
+  const CallTerms m_terms;
+  const std::vector<RecordingSource> m_sources;
+  std::ofstream m_index;
+  AnalysisProgress m_progress;
+  std::size_t m_taken = 0;
+  uint64_t m_samples = 0;
+  uint64_t m_lines = 0;
+  int m_status = exit_done;
+};
+
+void check(const AnalyseOptions& options) {
+  if (!feature_bits(options.features)) throw CLI::ValidationError("--features", "unknown name");
+  if (feature_bits(options.features) == 0) {
+    throw CLI::ValidationError("--features", "none leaves nothing to analyse");
+  }
+  if (options.pair && options.recordings.size() != 2) {
+    throw CLI::ValidationError("--pair", "takes two RECORDINGs");
+  }
+  if (!options.uuid.empty() && !parse_uuid(options.uuid)) {
+    throw CLI::ValidationError("--uuid", "is not 32 hexadecimal digits");
+  }
+}
+
+}  // namespace
+
+int run_analyse(const AnalyseOptions& options) {
+  StopSignals stop;
+  const ComplaintsToStandardError log;
+  try {
+    int status = exit_done;
+    const rc_ptr<mn::Configuration> settings = read_settings(options);
+    auto sources = find_sources(options, status);
+    if (sources.empty()) return exit_failed;
+    if (!options.uuid.empty() && sources.size() > 1) {
+      throw AnalyseFailure("one --uuid for " + std::to_string(sources.size()) + " recordings");
+    }
+    const Snapshot site = read_site(options, stop);
+    return std::max(status, AnalyseRun(options, std::move(sources)).run(settings, site, stop));
+  } catch (const AnalyseFailure& failure) {
+    std::cerr << "corvanth: " << failure.what() << "\n";
+    return exit_failed;
+  }
+}
+
+void add_analyse_command(CLI::App& app, int& status) {
+  auto options = std::make_shared<AnalyseOptions>();
+  CLI::App* command =
+      app.add_subcommand("analyse", "Print what a node would report about recordings");
+  command
+      ->add_option("RECORDING", options->recordings,
+                   "files of one channel, or of two (originator, terminator), and folders of them")
+      ->required();
+  command->add_flag(
+      "--pair", options->pair,
+      "two RECORDINGs of one channel are the originator and the terminator of a call");
+  command->add_option("--side", options->mono_side, "whose the channel is of a recording with one")
+      ->check(CLI::IsMember({"originator", "terminator"}))
+      ->capture_default_str();
+  command->add_option("--samples", options->samples, "the recordings that configd serves")
+      ->required();
+  command->add_option("--rules", options->rules, "the rules that configd serves")->required();
+  command->add_option("--rule", options->rule, "the rule id of the calls")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+  command->add_option("--state", options->state, "configd's state file (default: RULES.state)");
+  add_sample_settings(*command, options->settings);
+  command
+      ->add_option("--features", options->features,
+                   "samples, activity, activity-originator, activity-terminator")
+      ->delimiter(',')
+      ->capture_default_str();
+  command->add_option("--config", options->config_file,
+                      "the node's settings file (default: the node's defaults)");
+  command->add_option("--args", options->args, "settings on top of it, as the node's --args");
+  command->add_option("--uuid", options->uuid,
+                      "session_uuid of the one RECORDING (default: made from its name)");
+  command->add_option("--timestamp", options->timestamp, "session_timestamp of the calls")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command
+      ->add_option("--config-version", options->config_version,
+                   "version of the configuration (default: the state file's, or 1)")
+      ->check(CLI::NonNegativeNumber);
+  command->add_option("--index", options->index,
+                      "write a line for each recording: uuid, name, seconds, number of reports");
+  command->add_option("--jobs", options->jobs, "threads; 0 for one a processor")
+      ->check(CLI::Range(0U, 1024U))
+      ->capture_default_str();
+  command->callback([options, &status] {
+    check(*options);
+    status = run_analyse(*options);
+  });
+}
+
+}  // namespace cv::tools

@@ -1,0 +1,35 @@
+// corvanth analyse: what a node finds in recordings, without a node.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/fingerprint.h"
+
+namespace cv::tools {
+
+struct AnalyseOptions {
+  std::vector<std::string> recordings;  // files and folders
+  bool pair = false;                    // two files: the sides of one call
+  std::string mono_side = "originator";
+  std::string samples;
+  std::string rules;
+  uint64_t rule = 0;
+  std::string state;          // of configd; empty: the rules file's with ".state" appended
+  SampleSettings settings{};  // as configd's
+  std::vector<std::string> features = {"samples", "activity"};
+  std::string config_file;  // of the node; empty: its defaults
+  std::string args;         // as the node's --args
+  std::string uuid;         // empty: made from each recording's name
+  uint64_t timestamp = 0;
+  std::optional<uint64_t> config_version;  // none: the state file's, or 1
+  std::string index;                       // file of uuid and recording
+  unsigned jobs = 0;                       // 0: all processors
+};
+
+/// An exit status: a failure when a recording could not be analysed; the others are all the same.
+int run_analyse(const AnalyseOptions& options);
+
+}  // namespace cv::tools

@@ -1,0 +1,36 @@
+#include "tools/analyse/analysis.h"
+
+#include <utility>
+
+#include "tools/audio_file.h"
+#include "utils/utils_str.h"
+
+namespace cv::tools {
+
+Analysed Analysis::run(Recording recording) {
+  Analysed analysed;
+  analysed.uuid = m_terms.uuid.value_or(recording_uuid(recording.name));
+  analysed.samples = recording.samples();
+  m_progress.samples_known += analysed.samples;
+
+  CallSettings settings;
+  settings.call_id = "corvanth-analyse-" + utils::str::print_uuid(analysed.uuid.data());
+  settings.uuid = analysed.uuid;
+  settings.rule = m_terms.rule;
+  settings.timestamp = m_terms.timestamp;
+  settings.features = m_terms.features;
+  settings.there = recording.there;
+  CallSchedule call(settings, std::move(recording.sides));
+  uint64_t done = 0;
+  m_node.run(
+      call, [&](const mn::Report&, const std::string& line) { analysed.lines.push_back(line); },
+      [&](int64_t media_us) {
+        const uint64_t reached = static_cast<uint64_t>(media_us) * audio_rate_hz / 1000000;
+        m_progress.samples_done += reached - done;
+        done = reached;
+        return !m_progress.stopped;
+      });
+  return analysed;
+}
+
+}  // namespace cv::tools
