@@ -93,7 +93,11 @@ Site& site(bool reports_at_termination) {
 
 class Node {
  public:
-  explicit Node(bool reports_at_termination) : m_site(site(reports_at_termination)) {}
+  Node(bool reports_at_termination, std::size_t session_limit)
+      : m_site(site(reports_at_termination)) {
+    m_pipeline.manager().set_session_limit(session_limit);
+    m_expected.limit = session_limit;
+  }
 
   void send(const media::Datagram& datagram) {
     if (m_sent == most_datagrams) return;
@@ -165,6 +169,7 @@ class Node {
       FUZZ_CHECK((m_statistic.*counter).get() == (m_expected.sessions.*counter).get());
     }
     FUZZ_CHECK(m_statistic.streams_allocation_errors.get() == 0);
+    FUZZ_CHECK(m_pipeline.manager().refused_sessions() == m_expected.refused);
   }
 
   Site& m_site;
@@ -291,7 +296,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   const uint8_t setting = input.ConsumeIntegral<uint8_t>();
-  cv::fuzz::Node node(setting % 2 == 1);
+  cv::fuzz::Node node(setting % 2 == 1, setting < 64 ? setting / 8 : 0);
   if (setting >= 254) cv::fuzz::send_crowd(node);
   cv::fuzz::Source source(input, node);
   while (input.remaining_bytes() > 0) source.act();

@@ -64,6 +64,9 @@ class PlainCalls {
 
   media::PacketReaderStatistic reader;
   media::SessionManagerStatistic sessions;
+  /// Sessions and zombies that there was no room for; 0: as many as there are.
+  std::size_t limit = 0;
+  uint64_t refused = 0;
 
  private:
   /// In order of their last refresh.
@@ -90,6 +93,14 @@ class PlainCalls {
     const auto entry = m_by_id.find(id());
     return entry == m_by_id.end() ? m_calls.end() : entry->second;
   }
+  /// Makes room of what has timed out.
+  bool has_room() {
+    if (limit == 0 || m_calls.size() < limit) return true;
+    idle(m_now);
+    if (m_calls.size() < limit) return true;
+    ++refused;
+    return false;
+  }
   void add(bool zombie, uint64_t created, uint64_t start_mt, uint64_t activity) {
     m_calls.push_back({id(), zombie, created, start_mt, activity});
     m_by_id[id()] = std::prev(m_calls.end());
@@ -112,6 +123,7 @@ class PlainCalls {
     const bool wanted = (field<uint8_t>(6) & 0x3C) != 0;
     const auto call = find();
     if (call == m_calls.end()) {
+      if (!has_room()) return;
       if (wanted) return add(false, m_now, mt(), m_now);
       return add_zombie();
     }
@@ -133,7 +145,7 @@ class PlainCalls {
     const auto call = find();
     if (call != m_calls.end()) return refresh(call);
     sessions.unknown_index_errors.increment();
-    add_zombie();
+    if (has_room()) add_zombie();
   }
 
   void data() {
@@ -142,6 +154,7 @@ class PlainCalls {
     const auto call = find();
     if (call == m_calls.end()) {
       sessions.unknown_index_errors.increment();
+      if (!has_room()) return;
       add_zombie();
       m_calls.back().last_seq[side] = seq;
       return;
