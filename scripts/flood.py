@@ -27,6 +27,7 @@ import tempfile
 import time
 
 import capacity
+import node_counters
 import running_site
 
 CALLS = 100
@@ -39,20 +40,6 @@ BASE_MIB = 320
 SESSION_BYTES = 600  # of a call that has no audio
 CALL_MIB = 0.2  # of a call with both sides' analysers
 SESSION_LIMIT = 1000
-
-ACCEPTED = ["packet 'start' type number", "packet 'term'  type number", "packet 'data'  type number",
-            "packet 'ctrl'  type number"]
-REJECTED = ["packet rejected by bad marker", "packet rejected by version", "packet rejected by corrupted size",
-            "packet rejected by unknown type"]
-DROPPED = ["packet dropped  by min length", "packet dropped  by max length", "packet dropped  by failed allocation",
-           "packet queue dropped elements number"]
-
-SAID = {
-    "kernel": re.compile(r"the kernel dropped \((\d+)\) datagrams before they were read; \((\d+)\) in all"),
-    "source": re.compile(r"\((\d+)\) datagrams refused whose sources are not allowed, .*; \((\d+)\) in all"),
-    "session": re.compile(r"\((\d+)\) packets refused that would have made a session; \((\d+)\) in all"),
-    "destination": re.compile(r"\((\d+)\) calls named a report address that is not allowed, .*; \((\d+)\) in all"),
-}
 
 
 def fresh_sessions(seconds):
@@ -71,17 +58,6 @@ PARTS = {
               ["--source", "127.0.0.2", "--spoof", "few", "--after", str(RAMP_S + 1)], None,
               ["session", "destination"], lambda seconds: BASE_MIB + SESSION_LIMIT * CALL_MIB),
 }
-
-
-def said(text):
-    """By kind: how many lines, and the total that the last of them names."""
-    result = {}
-    for kind, pattern in SAID.items():
-        found = pattern.findall(text)
-        if found and sum(int(new) for new, _ in found) != int(found[-1][1]):
-            sys.exit(f"flood: the lines about {kind} do not add up")
-        result[kind] = (len(found), int(found[-1][1]) if found else 0)
-    return result
 
 
 def peak_mib(pid):
@@ -115,7 +91,7 @@ class Part:
             load = self.start_load(site, relay_port)
             before = time.monotonic()
             cpu = capacity.Processors(node.pid)
-            calls = json.loads(load.communicate()[0])
+            calls = running_site.load_result(load, self.folder / "load.log")
             cpu_shares, elapsed = cpu.shares(), time.monotonic() - before
             sent = json.loads(stop(relay))
             # The queue is empty long before the block after the next.
@@ -124,7 +100,7 @@ class Part:
             peak = peak_mib(node.pid)
             stop(node)
             log = site.log_path("node").read_text(errors="replace")
-        return self.judge(calls, sent, counters, said(log), peak, elapsed, cpu_shares)
+        return self.judge(calls, sent, counters, node_counters.said(log), peak, elapsed, cpu_shares)
 
     def start_load(self, site, port):
         """Many scripts of long calls would take memory and time to write."""
@@ -136,19 +112,15 @@ class Part:
             "--call-length", str(length), "--scripts", "16" if self.call_length else "4", "--share", "1"])
 
     def judge(self, calls, sent, counters, lines, peak, elapsed, cpu):
-        accepted, rejected, dropped = (sum(counters[label] for label in labels)
-                                       for labels in (ACCEPTED, REJECTED, DROPPED))
-        refused, kernel = lines["source"][1], lines["kernel"][1]
+        account = node_counters.Account(counters, lines)
         all_sent = sent["good"] + sent["flood"]
-        counted = refused + accepted + rejected + dropped + kernel
         bound = self.bound(elapsed)
         print(f"{self.name}: {calls['calls']} calls, {calls['reported']} findings of {calls['expected']}, "
               f"{calls['missing']} missing, {calls['wrong']} wrong; last packet to report p99 "
               f"{calls['after_packet_ms']['p99']:.1f} ms\n"
               f"  {sent['good']} good packets and {sent['flood']} of the flood in {sent['flood_seconds']:.0f} s "
               f"({sent['flood'] / max(sent['flood_seconds'], 1):.0f} a second)\n"
-              f"  accepted {accepted}, rejected {rejected}, dropped {dropped}, refused by source {refused}, "
-              f"dropped by the kernel {kernel}: {counted} of {all_sent}\n"
+              f"  {account}: {account.counted} of {all_sent}\n"
               f"  refused sessions {lines['session'][1]}, report addresses {lines['destination'][1]}\n"
               f"  resident at most {peak:.0f} MiB, bound {bound:.0f} MiB; sessions at the end "
               f"{counters['session number']}\n"
@@ -162,7 +134,7 @@ class Part:
                 and not sent["good_dropped"] + sent["good_refused"] + sent["flood_refused"],
             "the generator did not keep its pace": sent["flood"] >= 0.99 * RATE * sent["flood_seconds"]
                 and sent["flood_seconds"] >= 0.9 * self.seconds - RAMP_S - 1,
-            "the counters do not add up to what was sent": counted == all_sent,
+            "the counters do not add up to what was sent": account.counted == all_sent,
             "packets are left in the queue": counters["packet queue elements number"] == 0,
             "the node uses more memory than its bound": peak <= bound,
             "there are more than the session limit": self.name != "limit"
@@ -173,7 +145,7 @@ class Part:
             if kind != "kernel":
                 checks[f"refused by {kind}: {total}"] = (total > 0) == (kind in self.refused)
         if self.name == "sources":
-            checks["the flood was not refused whole"] = refused + kernel >= sent["flood"]
+            checks["the flood was not refused whole"] = account.refused + account.kernel >= sent["flood"]
         failed = [what for what, passed in checks.items() if not passed]
         for what in failed:
             print(f"  FAILED: {what}", flush=True)

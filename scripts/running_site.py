@@ -37,6 +37,14 @@ def free_udp_port():
         return probe.getsockname()[1]
 
 
+def load_result(load, log):
+    """What `corvanth load --json` found, once it has ended."""
+    output, _ = load.communicate()
+    if not output:
+        sys.exit("corvanth load: " + log.read_text(errors="replace"))
+    return json.loads(output)
+
+
 class Syslog:
     """Keeps the node's newest block of counters."""
 
@@ -113,14 +121,19 @@ class Site:
                 sys.exit(f"{name} did not get ready:\n{content[-3000:]}")
             time.sleep(0.05)
 
-    def start_configd(self):
-        self.rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 4.5}]}))
+    def start_configd(self, brokers=None, options=()):
+        """With a broker of its own, or at others, HOST:PORT. A rules file that is there is left as it is."""
+        if not self.rules.exists():
+            self.rules.write_text(json.dumps({"rules": [{"id": RULE, "samples": ["*"], "threshold": 4.5}]}))
+        broker = ["--brokers", brokers] if brokers else ["--embedded-broker"]
         configd = self.start("configd", [
-            self.tool, "configd", "--embedded-broker", "--samples", str(self.samples), "--rules", str(self.rules),
+            self.tool, "configd", *broker, "--samples", str(self.samples), "--rules", str(self.rules),
             "--state", str(self.folder / "state.json"), "--write-kafka-conf", str(self.kafka_conf),
-            "--node-topic", f"corvanth_medianode_127o0o0o1_{self.media_port}"])
+            "--node-topic", f"corvanth_medianode_127o0o0o1_{self.media_port}", *options])
+        if brokers:
+            self.wait_for_log("configd", "CONFIGD: ready", 60)
         # Printed once the broker takes connections.
-        if not configd.stdout.readline().startswith(b"broker "):
+        elif not configd.stdout.readline().startswith(b"broker "):
             sys.exit("configd did not start:\n" + self.log_path("configd").read_text())
 
     def start_node(self, syslog=None, settings=""):

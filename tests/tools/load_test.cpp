@@ -1,6 +1,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <map>
+#include <sstream>
 #include <sys/socket.h>
 
 #include "core/clock.h"
@@ -28,12 +29,18 @@ std::vector<CallScript> silent_scripts() {
 
 uint64_t packets_of(uint32_t blocks) { return blocks == 0 ? 0 : 2 + 2 * uint64_t{blocks}; }
 
-TEST(LoadSender, PlaysEveryCallOfThePlanWhole) {
+/// A place for packets, and a way there.
+struct LoadSenderTest : testing::Test {
+  LoadSenderTest() {
+    const sockaddr_in to{AF_INET, htons(node.port()), {htonl(INADDR_LOOPBACK)}, {}};
+    EXPECT_TRUE(socket.open(0, INADDR_LOOPBACK));
+    EXPECT_EQ(connect(socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+  }
   test::UdpReceiver node;
   net::Socket socket;
-  const sockaddr_in to{AF_INET, htons(node.port()), {htonl(INADDR_LOOPBACK)}, {}};
-  ASSERT_TRUE(socket.open(0, INADDR_LOOPBACK));
-  ASSERT_EQ(connect(socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+};
+
+TEST_F(LoadSenderTest, PlaysEveryCallOfThePlanWhole) {
   const LoadPlan plan = small_plan();
   const auto scripts = silent_scripts();
   LoadSender sender(plan, scripts, {.rule = 7, .run = run}, socket.descriptor(),
@@ -69,6 +76,47 @@ TEST(LoadSender, PlaysEveryCallOfThePlanWhole) {
   EXPECT_EQ(sent, expected);
   EXPECT_EQ(sender.packets_sent(), packets);
   EXPECT_EQ(sender.packets_refused(), 0u);
+}
+
+TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
+  CallScript script;
+  for (auto& side : script.sides) side.resize(5 * block_samples);
+  script.fates[0] = {Fate::lost, Fate::late, Fate::arrives, Fate::twice, Fate::arrives};
+  script.switches = {{2, 0}, {2, 0x30}, {4, 0x3C}};
+  const std::vector<CallScript> scripts = {script};
+  const LoadPlan plan = {.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 100};
+  LoadSender sender(plan, scripts, {.run = run}, socket.descriptor(), steady_clock().now_us());
+  ASSERT_EQ(sender.start(), 0);
+  ASSERT_EQ(sender.stop(), 0);
+  std::ostringstream sent;  // features of a control packet, else side and number
+  for (const std::string& text : node.texts()) {
+    media::DataPacket packet{};
+    std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
+    if (packet.type == media::PACKET_CTRL) {
+      sent << "c" << unsigned{static_cast<uint8_t>(text.back())} << " ";
+    } else if (packet.type == media::PACKET_DATA) {
+      sent << packet.side() << packet.seq << " ";
+    }
+  }
+  EXPECT_EQ(sent.str(), "11 12 c0 c48 03 02 13 04 04 14 c60 05 15 ");
+  EXPECT_EQ(sender.packets_left_out(), 1u);
+  EXPECT_EQ(sender.packets_repeated(), 2u);
+}
+
+TEST(Impairment, ALatePacketsSuccessorArrives) {
+  Random random(1);
+  const auto fates = draw_fates(100000, {.lost = 0.1, .late = 0.5, .twice = 0.1}, random);
+  std::map<Fate, double> count;
+  for (std::size_t i = 0; i < fates.size(); ++i) {
+    ++count[fates[i]];
+    if (fates[i] == Fate::late) {
+      EXPECT_EQ(fates.at(i + 1), Fate::arrives) << i;
+    }
+  }
+  // A third of the places are successors of late ones, where nothing is drawn.
+  EXPECT_NEAR(count[Fate::late], 100000.0 / 3, 1000);
+  EXPECT_NEAR(count[Fate::lost], 100000.0 / 15, 1000);
+  EXPECT_NEAR(count[Fate::twice], 100000.0 / 15, 1000);
 }
 
 struct LoadJudgeTest : testing::Test {

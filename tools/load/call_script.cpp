@@ -21,19 +21,30 @@ uint32_t CallScript::blocks() const {
 }
 
 CallScript ScriptWriter::write(uint32_t blocks) {
-  CallScript script;
-  for (auto& side : script.sides) side = talk(blocks * block_samples);
+  CallScript script = draft(blocks);
   find(script);
   return script;
 }
 
 std::optional<CallScript> ScriptWriter::write_with_prompt(uint32_t blocks) {
   for (int i = 0; i < max_tries; ++i) {
-    CallScript script;
-    for (auto& side : script.sides) side = talk(blocks * block_samples);
+    CallScript script = draft(blocks);
     if (plant(script)) return script;
   }
   return std::nullopt;
+}
+
+/// All but what is planted in it and what is found.
+CallScript ScriptWriter::draft(uint32_t blocks) {
+  CallScript script;
+  for (auto& side : script.sides) side = talk(blocks * block_samples);
+  for (auto& fates : script.fates) fates = draw_fates(blocks, m_impairments, m_random);
+  m_switched += m_impairments.switched;
+  if (m_switched >= 1) {
+    m_switched -= 1;
+    script.switches = draw_switches(blocks, m_random);
+  }
+  return script;
 }
 
 /// Recordings at random, with pauses of 0.3 to 1.5 s before and between them.
@@ -77,7 +88,8 @@ bool ScriptWriter::plant(CallScript& script) {
 void ScriptWriter::find(CallScript& script) const {
   script.findings.clear();
   for (uint16_t side = 0; side < script.sides.size(); ++side) {
-    auto findings = expected_findings(script.sides[side], side, m_rule, m_drift_frames);
+    auto findings = expected_findings(
+        {script.sides[side], side, script.fates[side], script.switches}, m_rule, m_drift_frames);
     std::move(findings.begin(), findings.end(), std::back_inserter(script.findings));
   }
 }

@@ -24,10 +24,15 @@ struct CallScript {
   };
 
   std::array<std::vector<int16_t>, 2> sides;  // whole blocks, of equal length
+  std::array<std::vector<Fate>, 2> fates;     // by block; empty: every packet arrives
+  std::vector<FeatureSwitch> switches;        // ascending
   std::vector<Finding> findings;
   std::optional<Planted> planted;
 
   uint32_t blocks() const;
+  Fate fate(uint16_t side, uint32_t block) const {
+    return fates[side].empty() ? Fate::arrives : fates[side][block];
+  }
 };
 
 class ScriptWriter {
@@ -36,8 +41,12 @@ class ScriptWriter {
 
   /// Borrows both. `background` is what the calls talk about; when it is empty they are silent.
   ScriptWriter(const Recordings& background, const LoadRule& rule, uint8_t drift_frames,
-               uint64_t seed)
-      : m_background(background), m_rule(rule), m_drift_frames(drift_frames), m_random(seed) {}
+               uint64_t seed, const Impairments& impairments = {})
+      : m_background(background),
+        m_rule(rule),
+        m_drift_frames(drift_frames),
+        m_random(seed),
+        m_impairments(impairments) {}
 
   CallScript write(uint32_t blocks);
   /// With one of the rule's recordings on one of the sides, at any sample of it. Empty when in many
@@ -45,6 +54,7 @@ class ScriptWriter {
   std::optional<CallScript> write_with_prompt(uint32_t blocks);
 
  private:
+  CallScript draft(uint32_t blocks);
   std::vector<int16_t> talk(std::size_t samples);
   bool plant(CallScript& script);
   void find(CallScript& script) const;
@@ -53,7 +63,9 @@ class ScriptWriter {
   const Recordings& m_background;
   const LoadRule& m_rule;
   const uint8_t m_drift_frames;
-  std::mt19937_64 m_random;
+  Random m_random;
+  const Impairments m_impairments;
+  double m_switched = 0;  // share of a call that is still to be switched
 };
 
 }  // namespace cv::tools

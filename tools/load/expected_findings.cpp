@@ -12,6 +12,10 @@ namespace cv::tools {
 
 namespace {
 
+/// Of side 0; side 1 has the next bit.
+constexpr unsigned first_activity_feature =
+    media::features_activity_detection & -media::features_activity_detection;
+
 /// A call side's analysers, fed packet by packet as a node feeds them.
 class SideAnalysis final : audio::SpectrumGeneratorCallback,
                            audio::HashGeneratorCallback,
@@ -19,9 +23,25 @@ class SideAnalysis final : audio::SpectrumGeneratorCallback,
                            audio::SegmentDetectorCallback {
  public:
   SideAnalysis(const LoadRule& rule, uint16_t side, uint8_t drift_frames)
-      : m_segments(rule.activity), m_side(side) {
-    m_samples.set_database(rule.database);
-    m_samples.set_drift(drift_frames);
+      : m_rule(rule), m_drift_frames(drift_frames), m_side(side) {
+    switch_to(all_features);
+  }
+
+  /// As a node does: what was off starts anew, what is on goes on as it was.
+  void switch_to(uint8_t features) {
+    const bool match = (features & media::features_sample_detection) != 0;
+    if (match && !m_matching) {
+      m_samples.reset();
+      m_samples.set_database(m_rule.database);
+      m_samples.set_drift(m_drift_frames);
+    }
+    m_matching = match;
+    const bool watch = (features & first_activity_feature << m_side) != 0;
+    if (watch && !m_watching) {
+      m_segments = audio::SegmentDetector(m_rule.activity);
+      m_active = false;
+    }
+    m_watching = watch;
   }
 
   void feed(std::span<const int16_t> block, uint32_t number) {
@@ -33,8 +53,8 @@ class SideAnalysis final : audio::SpectrumGeneratorCallback,
 
  private:
   void on_spectrum_data(const audio::SpectrumFrame& frame, void*) override {
-    if (!m_active) m_segments.handle_frame(frame, *this, nullptr);
-    m_hashes.compute_hash(frame, *this, nullptr);
+    if (m_watching && !m_active) m_segments.handle_frame(frame, *this, nullptr);
+    if (m_matching) m_hashes.compute_hash(frame, *this, nullptr);
   }
   void on_hash_data(audio::HashPoint point, void*) override {
     m_samples.handle_hash(point, *this, nullptr);
@@ -48,24 +68,33 @@ class SideAnalysis final : audio::SpectrumGeneratorCallback,
     findings.push_back({Finding::Kind::activity, m_side, {}, m_block});
   }
 
+  const LoadRule& m_rule;
+  const uint8_t m_drift_frames;
   audio::SpectrumGenerator m_spectrum;
   audio::HashGenerator m_hashes;
   audio::SamplesDetector m_samples;
   audio::SegmentDetector m_segments;
   const uint16_t m_side;
   uint32_t m_block = 0;
+  bool m_matching = false;
+  bool m_watching = false;
   bool m_active = false;
 };
 
 }  // namespace
 
-std::vector<Finding> expected_findings(std::span<const int16_t> audio, uint16_t side,
-                                       const LoadRule& rule, uint8_t drift_frames) {
-  SideAnalysis analysis(rule, side, drift_frames);
-  for (std::size_t block = 0; block * block_samples < audio.size(); ++block) {
+std::vector<Finding> expected_findings(const PlayedSide& played, const LoadRule& rule,
+                                       uint8_t drift_frames) {
+  SideAnalysis analysis(rule, played.side, drift_frames);
+  auto next_switch = played.switches.begin();
+  for (std::size_t block = 0; block * block_samples < played.audio.size(); ++block) {
+    for (; next_switch != played.switches.end() && next_switch->block == block; ++next_switch) {
+      analysis.switch_to(next_switch->features);
+    }
+    if (!played.fates.empty() && !is_heard(played.fates[block])) continue;
     const std::size_t begin = block * block_samples;
-    analysis.feed(audio.subspan(begin, std::min(block_samples, audio.size() - begin)),
-                  static_cast<uint32_t>(block));
+    const std::size_t samples = std::min(block_samples, played.audio.size() - begin);
+    analysis.feed(played.audio.subspan(begin, samples), static_cast<uint32_t>(block));
   }
   return std::move(analysis.findings);
 }

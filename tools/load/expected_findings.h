@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/load/impairment.h"
 #include "tools/load/load_rule.h"
 
 namespace cv::tools {
@@ -28,9 +29,17 @@ struct Finding {
   }
 };
 
+/// One side of a call as it is played; nothing is owned.
+struct PlayedSide {
+  std::span<const int16_t> audio;
+  uint16_t side = 0;
+  std::span<const Fate> fates = {};              // by block; empty: every packet arrives
+  std::span<const FeatureSwitch> switches = {};  // ascending; all features are on before them
+};
+
 /// The findings of one call side in the order in which its node reports them. `drift_frames` is the
 /// node's setting; the other settings are the node's defaults. Any thread.
-std::vector<Finding> expected_findings(std::span<const int16_t> audio, uint16_t side,
-                                       const LoadRule& rule, uint8_t drift_frames);
+std::vector<Finding> expected_findings(const PlayedSide& played, const LoadRule& rule,
+                                       uint8_t drift_frames);
 
 }  // namespace cv::tools

@@ -12,6 +12,7 @@
 #include <random>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <tuple>
 
 #include "core/clock.h"
 #include "net/net_socket.h"
@@ -88,7 +89,8 @@ LoadRule read_rule(const LoadOptions& options, StopSignals& stop) {
 Scripts write_scripts(const LoadOptions& options, const LoadPlan& plan, const LoadRule& rule,
                       StopSignals& stop) {
   const auto background = read_background(options.background, stop);
-  ScriptWriter writer(background, rule, static_cast<uint8_t>(options.drift_frames), options.seed);
+  ScriptWriter writer(background, rule, static_cast<uint8_t>(options.drift_frames), options.seed,
+                      options.impairments);
   ProgressBar bar("writing calls");
   Scripts scripts;
   for (uint32_t i = 0; i < plan.scripts && !stop.check(); ++i) {
@@ -153,7 +155,7 @@ class LoadRun {
     if (!m_reports.open(0, INADDR_ANY)) throw LoadFailure("no socket for the reports");
     LoadCalls calls;
     calls.rule = options.rule;
-    calls.features = media::features_sample_detection | media::features_activity_detection;
+    calls.features = all_features;
     calls.timestamp = static_cast<uint64_t>(std::time(nullptr));
     calls.run = m_run;
     calls.report_addr = report_address(options, m_media);
@@ -206,6 +208,8 @@ class LoadRun {
     summary.seconds = static_cast<double>(m_sender->end_tick() * tick_us) / 1e6;
     summary.packets_sent = m_sender->packets_sent();
     summary.packets_refused = m_sender->packets_refused();
+    summary.packets_left_out = m_sender->packets_left_out();
+    summary.packets_repeated = m_sender->packets_repeated();
     summary.latest_ms = static_cast<double>(m_sender->latest_us()) / 1000;
     summary.reports_dropped = m_reports.kernel_dropped();
     summary.verdict = m_judge->verdict(m_sender->end_tick());
@@ -276,6 +280,17 @@ void add_load_command(CLI::App& app, int& status) {
   command->add_option("--share", options->share, "of the calls that hold a known recording")
       ->check(CLI::Range(0.0, 1.0))
       ->capture_default_str();
+  Impairments& impairments = options->impairments;
+  const std::tuple<const char*, double&, const char*> shares[] = {
+      {"--loss", impairments.lost, "of audio packets that are not sent"},
+      {"--reorder", impairments.late, "of audio packets that are sent behind their successor"},
+      {"--duplicate", impairments.twice, "of audio packets that are sent twice"},
+      {"--switch", impairments.switched, "of the calls whose features are switched under way"}};
+  for (const auto& [name, share, what] : shares) {
+    command->add_option(name, share, std::string("share ") + what)
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str();
+  }
   command
       ->add_option("--scripts", options->scripts,
                    "different calls; each takes 32 kB of memory a second")
@@ -295,8 +310,13 @@ void add_load_command(CLI::App& app, int& status) {
   command->add_flag("--json", options->json, "print the verdict as JSON");
   command->callback([options, &status] {
     for (const double value : {options->ramp_s, options->duration_s, options->call_length_s,
-                               options->share, options->drain_s}) {
+                               options->share, options->drain_s, options->impairments.switched}) {
       if (!std::isfinite(value)) throw CLI::ValidationError("load", "a number is needed, not nan");
+    }
+    const Impairments& shares = options->impairments;
+    if (!(shares.lost + shares.late + shares.twice <= 1)) {
+      throw CLI::ValidationError("--loss",
+                                 "--loss, --reorder and --duplicate are more than 1 together");
     }
     if (options->scripts * options->call_length_s * bytes_a_second > max_script_bytes) {
       throw CLI::ValidationError("--scripts", "of that length take more than 8 GB of memory");

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/fingerprint.h"
+#include "tools/load/impairment.h"
 
 namespace cv::tools {
 
@@ -24,6 +25,7 @@ struct LoadOptions {
   double call_length_s = 60;
   double share = 0.5;  // of calls that are given a known recording
   uint32_t scripts = 64;
+  Impairments impairments;
   uint64_t seed = 1;
   double drain_s = 5;
   bool json = false;

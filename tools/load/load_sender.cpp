@@ -72,14 +72,41 @@ void LoadSender::send_block(Slot& slot, int64_t tick) {
     if (slot.in_call) end_call(slot, uint64_t{m_plan.call_blocks} * block_us);
     begin_call(slot, m_plan.call_number(slot.number, slot_block / m_plan.call_blocks));
   }
+  send_switches(slot, block);
+  for (uint16_t side = 0; side < 2; ++side) send_side(slot, side, block);
+}
+
+void LoadSender::send_switches(Slot& slot, uint32_t block) {
+  const auto& switches = slot.script->switches;
+  for (; slot.switches < switches.size() && switches[slot.switches].block == block;
+       ++slot.switches) {
+    media::write_feature_update(slot.key, uint64_t{block} * block_us,
+                                switches[slot.switches].features, m_batch.next());
+  }
+}
+
+void LoadSender::send_side(const Slot& slot, uint16_t side, uint32_t block) {
+  const Fate fate = slot.script->fate(side, block);
+  if (fate == Fate::lost) ++m_left_out;
+  if (is_heard(fate)) send_data(slot, side, block);
+  if (fate == Fate::twice) {
+    send_data(slot, side, block);
+    ++m_repeated;
+  }
+  if (block != 0 && slot.script->fate(side, block - 1) == Fate::late) {
+    send_data(slot, side, block - 1);
+    ++m_repeated;
+  }
+}
+
+void LoadSender::send_data(const Slot& slot, uint16_t side, uint32_t block) {
   media::DataFields fields;
+  fields.side = side;
   fields.seq = block + 1;  // 0 stands for "nothing seen yet"
   fields.off = static_cast<uint32_t>(block * block_samples);
-  for (fields.side = 0; fields.side < 2; ++fields.side) {
-    fields.samples =
-        std::span(slot.script->sides[fields.side]).subspan(block * block_samples, block_samples);
-    media::write_data(slot.key, uint64_t{block} * block_us, fields, m_batch.next());
-  }
+  fields.samples =
+      std::span(slot.script->sides[side]).subspan(block * block_samples, block_samples);
+  media::write_data(slot.key, uint64_t{block} * block_us, fields, m_batch.next());
 }
 
 void LoadSender::begin_call(Slot& slot, uint32_t call) {
@@ -87,6 +114,7 @@ void LoadSender::begin_call(Slot& slot, uint32_t call) {
       "corvanth-load-" + std::to_string(m_calls.run) + "-" + std::to_string(call);
   slot.key = {crc64(call_id), load_uuid(m_calls.run, call)};
   slot.script = &m_scripts[m_plan.script_of(call)];
+  slot.switches = 0;
   slot.in_call = true;
   slot.call = call;
   media::StartFields fields;

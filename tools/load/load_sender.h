@@ -48,6 +48,10 @@ class LoadSender : public Thread {
   uint64_t packets_sent() const { return m_batch.sent(); }
   uint64_t packets_refused() const { return m_batch.refused(); }
   int error() const { return m_batch.error(); }
+  /// Audio packets that were not sent, and those that a node drops because it has had their successor or
+  /// themselves already.
+  uint64_t packets_left_out() const { return m_left_out; }
+  uint64_t packets_repeated() const { return m_repeated; }
   /// The longest that a tick's packets were behind their time.
   int64_t latest_us() const { return m_latest_us; }
 
@@ -59,10 +63,14 @@ class LoadSender : public Thread {
     uint32_t call = 0;
     media::CallKey key{};
     const CallScript* script = nullptr;
+    std::size_t switches = 0;  // of the script, done
   };
 
   void send_tick(int64_t tick);
   void send_block(Slot& slot, int64_t tick);
+  void send_switches(Slot& slot, uint32_t block);
+  void send_side(const Slot& slot, uint16_t side, uint32_t block);
+  void send_data(const Slot& slot, uint16_t side, uint32_t block);
   void begin_call(Slot& slot, uint32_t call);
   void end_call(Slot& slot, uint64_t media_us);
   void end_all(int64_t tick);
@@ -75,6 +83,8 @@ class LoadSender : public Thread {
   PacketBatch m_batch;
   int64_t m_end_tick = 0;
   int64_t m_latest_us = 0;
+  uint64_t m_left_out = 0;
+  uint64_t m_repeated = 0;
   std::atomic<bool> m_broken_off{false};
   std::atomic<bool> m_done{false};
 };

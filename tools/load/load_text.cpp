@@ -44,6 +44,10 @@ std::string load_text(const LoadSummary& summary) {
   line(out, "packets sent") << summary.packets_sent << " in " << std::fixed << std::setprecision(1)
                             << summary.seconds << " s, at most " << summary.latest_ms
                             << " ms late; refused " << summary.packets_refused << "\n";
+  if (summary.packets_left_out + summary.packets_repeated != 0) {
+    line(out, "audio packets lost on purpose") << summary.packets_left_out << "\n";
+    line(out, "audio packets late or repeated on purpose") << summary.packets_repeated << "\n";
+  }
   line(out, "findings expected") << verdict.expected << "\n";
   line(out, "reported") << verdict.reported << "\n";
   line(out, "missing") << verdict.missing << "\n";
@@ -71,6 +75,8 @@ std::string load_json(const LoadSummary& summary) {
                                                      {"calls", verdict.calls},
                                                      {"packets_sent", summary.packets_sent},
                                                      {"packets_refused", summary.packets_refused},
+                                                     {"packets_left_out", summary.packets_left_out},
+                                                     {"packets_repeated", summary.packets_repeated},
                                                      {"expected", verdict.expected},
                                                      {"reported", verdict.reported},
                                                      {"missing", verdict.missing},
@@ -88,6 +94,10 @@ std::string load_json(const LoadSummary& summary) {
   writer.Double(summary.latest_ms);
   write_delays(writer, "after_start_ms", verdict.after_start);
   write_delays(writer, "after_packet_ms", verdict.after_packet);
+  writer.Key("examples");
+  writer.StartArray();
+  for (const std::string& example : verdict.examples) writer.String(example.c_str());
+  writer.EndArray();
   writer.Key("passed");
   writer.Bool(summary.passed());
   writer.EndObject();

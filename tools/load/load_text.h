@@ -13,6 +13,9 @@ struct LoadSummary {
   double seconds = 0;
   uint64_t packets_sent = 0;
   uint64_t packets_refused = 0;
+  uint64_t packets_left_out = 0;  // on purpose
+  uint64_t packets_repeated =
+      0;                         // on purpose: a node drops each of them as a break of its sequence
   double latest_ms = 0;          // that packets were sent behind their time
   uint64_t reports_dropped = 0;  // by this machine's kernel
   Verdict verdict;
