@@ -37,7 +37,7 @@ RAMP_S = 2
 TIMEOUT_S = 300  # of a session
 # The pool of packet buffers and the queue, when all of it has been used once, and the node itself.
 BASE_MIB = 320
-SESSION_BYTES = 600  # of a call that has no audio
+SESSION_BYTES = 400  # of a call that has no audio
 CALL_MIB = 0.2  # of a call with both sides' analysers
 SESSION_LIMIT = 1000
 
