@@ -22,6 +22,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_listen_command(app, status);
   add_load_command(app, status);
   add_analyse_command(app, status);
+  add_evaluate_command(app, status);
   try {
     app.parse(argc, argv);
     // Data that could not be written is no success.

@@ -24,5 +24,6 @@ void add_play_command(CLI::App& app, int& status);
 void add_listen_command(CLI::App& app, int& status);
 void add_load_command(CLI::App& app, int& status);
 void add_analyse_command(CLI::App& app, int& status);
+void add_evaluate_command(CLI::App& app, int& status);
 
 }  // namespace cv::tools
