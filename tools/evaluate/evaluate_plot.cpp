@@ -4,7 +4,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include "evaluate_plot_html.h"
+#include "tools/evaluate/evaluate_plot_html.h"
 #include "tools/evaluate/false_rate.h"
 
 namespace cv::tools {
