@@ -165,7 +165,6 @@ class DemoSite(running_site.Site):
              "--call-id", f"demo-{call.number}"] + names,
             stderr=open(self.folder / f"play-{call.number}.log", "wb"))
 
-
     def analyse(self, calls):
         """The lines of `corvanth analyse` about each call, from recordings of both sides in one file."""
         recordings = [str(self.folder / f"call-{call.number}.wav") for call in calls]

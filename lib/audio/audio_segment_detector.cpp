@@ -6,15 +6,10 @@
 
 namespace cv::audio {
 
-namespace {
-
-/// Favours tonal sound: energy spread evenly over the spectrum is noise, however loud.
 double tonal_power(const SpectrumFrame& frame) {
   const double power = frame.power > 1.0 ? std::log10(frame.power) : 0;
   return power * (1 - frame.entropy);
 }
-
-}  // namespace
 
 void SegmentDetector::handle_frame(const SpectrumFrame& frame, SegmentDetectorCallback& callback,
                                    void* user) {

@@ -24,6 +24,10 @@ struct SegmentDetectionOptions {
   uint64_t silence_hits = 2;
 };
 
+/// The frame's tonality-weighted power: it favours tonal sound, since energy spread evenly over the
+/// spectrum is noise, however loud.
+double tonal_power(const SpectrumFrame& frame);
+
 struct Segment {
   static constexpr uint32_t start = 1;
   static constexpr uint32_t end = 3;
@@ -52,8 +56,10 @@ class SegmentDetector {
   /// Calls `callback` at most once.
   void handle_frame(const SpectrumFrame& frame, SegmentDetectorCallback& callback, void* user);
 
- private:
+  /// What handle_frame() takes the frame for, by itself.
   bool is_active(const SpectrumFrame& frame) const;
+
+ private:
   bool has_active_spectrum(const SpectrumFrame& frame) const;
   void handle_active(uint64_t index, SegmentDetectorCallback& callback, void* user);
   void handle_silent(uint64_t index, SegmentDetectorCallback& callback, void* user);

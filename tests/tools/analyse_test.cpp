@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
+#include <set>
 
 #include "support/recordings.h"
 #include "support/sound_folder.h"
@@ -122,6 +124,57 @@ TEST_F(Analyse, TheNodesSettingsHold) {
   m_folder.write("rules.json", R"({"rules": [{"id": 2, "samples": ["*"]}]})");
   EXPECT_EQ(analyse({known}), exit_failed);
   EXPECT_NE(m_err.find("rule 1 finds no recording"), m_err.npos);
+}
+
+std::vector<std::vector<std::string>> read_table(const std::string& path) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    rows.emplace_back(1);
+    bool quoted = false;
+    for (const char c : line) {
+      if (c == '"') {
+        quoted = !quoted;
+      } else if (c == ',' && !quoted) {
+        rows.back().emplace_back();
+      } else {
+        rows.back().back() += c;
+      }
+    }
+  }
+  return rows;
+}
+
+TEST_F(Analyse, TablesHoldEveryFrameAndTheScoresOfWhatCameNearest) {
+  const std::string known = sound("a, \"b\"", m_known, m_unknown);
+  ASSERT_EQ(analyse({known, "--csv", m_folder / "frames", "--csv-scores", m_folder / "scores",
+                     "--tracks", "1", "--track", "4"}),
+            exit_done)
+      << m_err;
+  const auto frames = read_table(m_folder / "frames");
+  const std::size_t longer = std::max(m_known.size(), m_unknown.size());
+  ASSERT_EQ(frames.size(), 1 + 2 * ((longer + 159) / 160 * 160 / 128 - 1)) << "as packets hold it";
+  std::size_t detected = 0, active = 0;
+  for (const auto& row : frames) {
+    ASSERT_EQ(row.size(), frames[0].size());
+    active += row[7] == "1";
+    if (row[0] == "recording" || row.back().empty()) continue;
+    ++detected;
+    EXPECT_EQ(row[1], "originator");
+    EXPECT_EQ(row[10] + " " + row.back(), "2 2");
+    EXPECT_GE(std::stod(row[12]), std::stod(row[11])) << "score and threshold";
+    EXPECT_NE(m_out.find("\"offset\": " + std::to_string(std::stoi(row[13]))), m_out.npos);
+  }
+  EXPECT_EQ(detected, count("corvanth_detection"));
+  EXPECT_GT(active, 100u);
+  std::map<std::string, std::set<std::string>> samples;
+  for (const auto& row : read_table(m_folder / "scores")) samples[row[1]].insert(row[3]);
+  EXPECT_EQ(samples["originator"].size(), 3u) << "found, nearest, named";
+  EXPECT_EQ(samples["terminator"].count("4"), 1u);
+  // Looking changes nothing.
+  const std::string watched = m_out;
+  ASSERT_EQ(analyse({known}), exit_done);
+  EXPECT_EQ(m_out, watched);
 }
 
 TEST_F(Analyse, WhatIsNoRecordingIsNamedAndTheOthersAreAnalysed) {

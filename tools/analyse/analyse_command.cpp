@@ -7,11 +7,13 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include "core/clock.h"
 #include "tools/analyse/analysis.h"
+#include "tools/analyse/trace_csv.h"
 #include "tools/audio_file.h"
 #include "tools/command_line.h"
 #include "tools/log_to_standard_error.h"
@@ -80,17 +82,35 @@ CallTerms make_terms(const AnalyseOptions& options) {
   return terms;
 }
 
-std::ofstream open_output(const std::string& path) {
-  std::ofstream file;
-  if (path.empty()) return file;
-  file.open(path, std::ios::binary);
-  if (!file) throw AnalyseFailure(path + ": cannot be written");
-  return file;
-}
+/// A file that is written from front to end; without a path, nothing.
+class OutputFile {
+ public:
+  OutputFile(std::string path, const std::string& heading) : m_path(std::move(path)) {
+    if (m_path.empty()) return;
+    m_file.open(m_path, std::ios::binary);
+    if (!m_file) throw AnalyseFailure(m_path + ": cannot be written");
+    m_file << heading;
+  }
 
-void close_output(std::ofstream& file, const std::string& path) {
-  if (!path.empty() && !file.flush()) throw AnalyseFailure(path + ": cannot be written");
-}
+  bool wanted() const { return !m_path.empty(); }
+  void write(const std::string& text) {
+    if (wanted()) m_file << text;
+  }
+  void close() {
+    if (wanted() && !m_file.flush()) throw AnalyseFailure(m_path + ": cannot be written");
+  }
+
+ private:
+  const std::string m_path;
+  std::ofstream m_file;
+};
+
+/// What a thread hands over: texts, so that little is left for the one that writes.
+struct Result {
+  Analysed analysed;  // without its trace
+  std::string frames;
+  std::string scores;
+};
 
 /// Takes what the threads found, in order.
 class AnalyseRun {
@@ -99,21 +119,27 @@ class AnalyseRun {
       : m_options(options),
         m_terms(make_terms(options)),
         m_sources(std::move(sources)),
-        m_index(open_output(options.index)) {}
+        m_index(options.index, {}),
+        m_frames(options.csv, frames_csv_heading()),
+        m_scores(options.csv_scores, scores_csv_heading()) {}
 
   int run(const rc_ptr<mn::Configuration>& settings, const Snapshot& site, StopSignals& stop) {
-    auto first = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
+    const auto make_analysis = [&] {
+      auto analysis = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
+      if (m_frames.wanted() || m_scores.wanted()) analysis->trace(m_options.trace);
+      return analysis;
+    };
+    auto first = make_analysis();
     if (!rule_is_known(*first)) return exit_failed;
     std::mutex first_lock;
-    OrderedJobs<Analysed> jobs(m_sources.size(),
-                               m_options.jobs == 0 ? processors() : m_options.jobs);
+    OrderedJobs<Result> jobs(m_sources.size(), m_options.jobs == 0 ? processors() : m_options.jobs);
     const auto make_worker = [&] {
       std::shared_ptr<Analysis> analysis;
       {
         const std::lock_guard lock(first_lock);
         analysis = std::exchange(first, nullptr);
       }
-      if (!analysis) analysis = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
+      if (!analysis) analysis = make_analysis();
       return [this, analysis](std::size_t job) { return analyse(*analysis, m_sources[job]); };
     };
     const int64_t start_us = steady_clock().now_us();
@@ -121,13 +147,13 @@ class AnalyseRun {
     ProgressBar bar(m_sources.size() == 1 ? "analysing, seconds" : "analysing");
     jobs.run(
         make_worker,
-        [&](std::size_t job, const Analysed& analysed) { return take(m_sources[job], analysed); },
+        [&](std::size_t job, const Result& result) { return take(m_sources[job], result); },
         [&] {
           show(bar);
           if (stop.check()) m_progress.stopped = true;
           return !m_progress.stopped;
         });
-    close_output(m_index, m_options.index);
+    for (OutputFile* file : {&m_index, &m_frames, &m_scores}) file->close();
     print_summary(static_cast<double>(steady_clock().now_us() - start_us) / 1e6,
                   static_cast<double>(std::clock() - start_clock) / CLOCKS_PER_SEC, jobs.threads());
     return m_progress.stopped ? exit_failed : m_status;
@@ -144,16 +170,20 @@ class AnalyseRun {
     return false;
   }
 
-  static Analysed analyse(Analysis& analysis, const RecordingSource& source) {
-    std::string error;
-    auto recording = read_recording(source, error);
-    if (recording) return analysis.run(std::move(*recording));
-    Analysed failed;
-    failed.error = std::move(error);
-    return failed;
+  Result analyse(Analysis& analysis, const RecordingSource& source) const {
+    Result result;
+    auto recording = read_recording(source, result.analysed.error);
+    if (!recording) return result;
+    result.analysed = analysis.run(std::move(*recording));
+    if (const auto trace = std::exchange(result.analysed.trace, std::nullopt)) {
+      if (m_frames.wanted()) result.frames = frames_csv(*trace);
+      if (m_scores.wanted()) result.scores = scores_csv(*trace);
+    }
+    return result;
   }
 
-  bool take(const RecordingSource& source, const Analysed& analysed) {
+  bool take(const RecordingSource& source, const Result& result) {
+    const Analysed& analysed = result.analysed;
     ++m_taken;
     if (!analysed.error.empty()) {
       std::cerr << "corvanth: " << analysed.error << "\n";
@@ -163,10 +193,12 @@ class AnalyseRun {
     m_samples += analysed.samples;
     m_lines += analysed.lines.size();
     for (const std::string& line : analysed.lines) std::cout << line << '\n';
-    if (m_index.is_open()) {
-      m_index << utils::str::print_uuid(analysed.uuid.data()) << '\t' << source.name << '\t'
-              << seconds(analysed.samples) << '\t' << analysed.lines.size() << '\n';
-    }
+    std::ostringstream entry;
+    entry << utils::str::print_uuid(analysed.uuid.data()) << '\t' << source.name << '\t'
+          << seconds(analysed.samples) << '\t' << analysed.lines.size() << '\n';
+    m_index.write(std::move(entry).str());
+    m_frames.write(result.frames);
+    m_scores.write(result.scores);
     return static_cast<bool>(std::cout);
   }
 
@@ -194,7 +226,9 @@ class AnalyseRun {
   const AnalyseOptions& m_options;
   const CallTerms m_terms;
   const std::vector<RecordingSource> m_sources;
-  std::ofstream m_index;
+  OutputFile m_index;
+  OutputFile m_frames;
+  OutputFile m_scores;
   AnalysisProgress m_progress;
   std::size_t m_taken = 0;
   uint64_t m_samples = 0;
@@ -277,6 +311,16 @@ void add_analyse_command(CLI::App& app, int& status) {
       ->check(CLI::NonNegativeNumber);
   command->add_option("--index", options->index,
                       "write a line for each recording: uuid, name, seconds, number of reports");
+  command->add_option("--csv", options->csv, "write what the node sees of every frame");
+  command->add_option("--csv-scores", options->csv_scores,
+                      "write the scores of samples, point by point");
+  command
+      ->add_option("--tracks", options->trace.tracks,
+                   "for both: samples of each side that came nearest, beside those found")
+      ->check(CLI::Range(0U, 100000U))
+      ->capture_default_str();
+  command->add_option("--track", options->trace.names,
+                      "for both: a sample by its name, in any case");
   command->add_option("--jobs", options->jobs, "threads; 0 for one a processor")
       ->check(CLI::Range(0U, 1024U))
       ->capture_default_str();

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/analyse/trace_recorder.h"
 #include "tools/fingerprint.h"
 
 namespace cv::tools {
@@ -26,7 +27,10 @@ struct AnalyseOptions {
   uint64_t timestamp = 0;
   std::optional<uint64_t> config_version;  // none: the state file's, or 1
   std::string index;                       // file of uuid and recording
-  unsigned jobs = 0;                       // 0: all processors
+  std::string csv;                         // files of what the node sees; empty: none
+  std::string csv_scores;
+  TraceSettings trace{};
+  unsigned jobs = 0;  // 0: all processors
 };
 
 /// An exit status: a failure when a recording could not be analysed; the others are all the same.

@@ -9,6 +9,7 @@
 
 #include "tools/analyse/offline_node.h"
 #include "tools/analyse/recording.h"
+#include "tools/analyse/trace_recorder.h"
 
 namespace cv::tools {
 
@@ -32,22 +33,28 @@ struct Analysed {
   media::Uuid uuid{};
   uint64_t samples = 0;  // of the longer side
   std::vector<std::string> lines;
+  std::optional<CallTrace> trace;  // when one was asked for
 };
 
 class Analysis {
  public:
   /// Borrows all but the settings.
-  Analysis(const CallTerms& terms, rc_ptr<mn::Configuration> settings, const Snapshot& site,
+  Analysis(const CallTerms& terms, const rc_ptr<mn::Configuration>& settings, const Snapshot& site,
            AnalysisProgress& progress)
-      : m_terms(terms), m_progress(progress), m_node(std::move(settings), site) {}
+      : m_terms(terms), m_settings(settings), m_progress(progress), m_node(settings, site) {}
+
+  /// From now on calls are traced; before the first.
+  void trace(const TraceSettings& settings);
 
   Analysed run(Recording recording);
   RuleInForce rule() { return m_node.rule(m_terms.rule); }
 
  private:
   const CallTerms& m_terms;
+  const rc_ptr<mn::Configuration> m_settings;
   AnalysisProgress& m_progress;
   OfflineNode m_node;
+  std::optional<TraceRecorder> m_recorder;
 };
 
 }  // namespace cv::tools
