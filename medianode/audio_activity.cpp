@@ -1,6 +1,6 @@
 #include "medianode/audio_activity.h"
 
-#include <string>
+#include <ostream>
 
 #include "log/log.h"
 #include "utils/utils_str.h"
@@ -12,14 +12,19 @@ namespace {
 /// Feature bit 2 is the originator's, bit 3 the terminator's.
 constexpr unsigned first_activity_bit = 2;
 
-std::string side_tag(const MediaSession& session, uint16_t side) {
-  return "AUDIO_ACTIVITY: " + utils::str::print_uuid(session.m_uuid.data()) + ": " +
-         (side == 0 ? "originator" : "terminator");
+struct SideTag {
+  const MediaSession& session;
+  uint16_t side;
+};
+
+std::ostream& operator<<(std::ostream& out, const SideTag& tag) {
+  return out << "AUDIO_ACTIVITY: " << utils::str::UuidText(tag.session.m_uuid.data()) << ": "
+             << (tag.side == 0 ? "originator" : "terminator");
 }
 
 void stop_detection(AudioActivityHandler& handler, uint16_t side, const MediaSession& session) {
   if (handler.m_strategy == &g_dummy_activity_strategy) return;
-  CV_LOG(SystemMessage) << side_tag(session, side)
+  CV_LOG(SystemMessage) << SideTag{session, side}
                         << (handler.m_strategy == nullptr ? " inactive" : " stopped");
   handler.m_strategy = &g_dummy_activity_strategy;
 }
@@ -41,7 +46,7 @@ void select_activity_strategy(AudioActivityHandler& handler, const media::Stream
   const audio::SegmentDetectionOptions& options =
       dead_air_dispatcher.get_options(session.m_rule, version);
   handler.m_detector.set_options(options);
-  CV_LOG(SystemMessage) << side_tag(session, stream.m_side)
+  CV_LOG(SystemMessage) << SideTag{session, stream.m_side}
                         << " started, options: version = " << version
                         << ", sig_threshold = " << options.sig_threshold
                         << ", pow_threshold = " << options.pow_threshold
@@ -51,7 +56,7 @@ void select_activity_strategy(AudioActivityHandler& handler, const media::Stream
 }
 
 void log_activity_selection_postponed(const MediaSession& session, uint16_t side) {
-  CV_LOG(DebugMessage) << side_tag(session, side)
+  CV_LOG(DebugMessage) << SideTag{session, side}
                        << " stream is not yet created, a strategy is being selected on stream "
                           "creation";
 }

@@ -6,6 +6,8 @@
 // Threads: the packet reader's.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "audio/audio_segment_detector.h"
@@ -30,6 +32,7 @@ class IAudioActivityStrategy {
 struct AudioActivityHandler {
   IAudioActivityStrategy* m_strategy = nullptr;  // not owned; never null once the side is seen
   audio::SegmentDetector m_detector;
+  std::optional<uint64_t> m_found;  // frame of the first activity
   bool m_reported = false;  // the side has been reported: its frames are of no more interest
 };
 
@@ -56,16 +59,24 @@ class AudioActivityFirstOnlyStrategy final : public IAudioActivityStrategy,
     AudioActivityHandler& handler = D::stream_handler(*stream);
     if (handler.m_reported) return;
     StreamContext context{stream, session};
+    if (handler.m_found) return report(context);  // there was no memory for it before
     handler.m_detector.handle_frame(frame, *this, &context);
   }
 
  private:
   void on_segment_data(const audio::Segment& segment, void* user) override {
     if (segment.type != audio::Segment::start) return;
-    const auto& [stream, session] = StreamContext::of(user);
-    D::stream_handler(*stream).m_reported = true;
-    m_report_manager.push(
-        rc_ptr<Report>(new AudioActivityReport(session, segment.offset, stream->m_side)));
+    const StreamContext& context = StreamContext::of(user);
+    D::stream_handler(*context.stream).m_found = segment.offset;
+    report(context);
+  }
+
+  void report(const StreamContext& context) {
+    AudioActivityHandler& handler = D::stream_handler(*context.stream);
+    const rc_ptr<Report> report(
+        new AudioActivityReport(context.session, *handler.m_found, context.stream->m_side));
+    handler.m_reported = true;
+    m_report_manager.push(report);
   }
 
   ReportManager& m_report_manager;

@@ -8,14 +8,18 @@ namespace cv::mn {
 
 namespace {
 
-std::string call_tag(const MediaSession& session) {
-  return "AUDIO_DETECTOR: " + utils::str::print_uuid(session.m_uuid.data()) + ": ";
+struct CallTag {
+  const MediaSession& session;
+};
+
+std::ostream& operator<<(std::ostream& out, const CallTag& tag) {
+  return out << "AUDIO_DETECTOR: " << utils::str::UuidText(tag.session.m_uuid.data()) << ": ";
 }
 
 void stop_matching(const AudioDetectorCall& call) {
   IAudioDetectorStrategy*& strategy = call.handler.m_strategy;
   if (strategy == &g_dummy_detector_strategy) return;
-  CV_LOG(SystemMessage) << call_tag(call.session) << (strategy == nullptr ? "inactive" : "stopped");
+  CV_LOG(SystemMessage) << CallTag{call.session} << (strategy == nullptr ? "inactive" : "stopped");
   strategy = &g_dummy_detector_strategy;
 }
 
@@ -25,12 +29,12 @@ bool find_database(const AudioDetectorCall& call, DatabaseDispatcher& database_d
   const uint64_t rule = call.session.m_rule;
   handler.m_database = database_dispatcher.get_hash_database(rule, handler.m_version);
   if (!handler.m_database) {
-    CV_LOG(ErrorMessage) << call_tag(call.session) << "ignored due to unknown rule id [" << rule
+    CV_LOG(ErrorMessage) << CallTag{call.session} << "ignored due to unknown rule id [" << rule
                          << "]";
     return false;
   }
   if (handler.m_database->empty()) {
-    CV_LOG(ErrorMessage) << call_tag(call.session)
+    CV_LOG(ErrorMessage) << CallTag{call.session}
                          << "ignored due to absence of hash data (rule id: " << rule << ")";
     return false;
   }
@@ -68,7 +72,7 @@ void select_detector_strategy(const AudioDetectorCall& call, const Configuration
   }
   const bool full_match = configuration.report_on_call_termination;
   handler.m_strategy = full_match ? &full_match_strategy : &realtime_strategy;
-  CV_LOG(SystemMessage) << call_tag(call.session) << "started (" << (full_match ? "fm " : "rt ")
+  CV_LOG(SystemMessage) << CallTag{call.session} << "started (" << (full_match ? "fm " : "rt ")
                         << "v: " << handler.m_version << ")";
 }
 

@@ -260,13 +260,14 @@ void ControlEvents::event_on_sample_configuration(const std::string& name, void*
     uint64_t rule_id = 0;
     if (const auto sample = read_sample(entry, rule_id)) config.add(rule_id, sample);
   }
-  record_version(event::sample_configuration, version);
   std::unordered_set<uint32_t>* missing = nullptr;
   if (m_database_dispatcher.on_config_received(config, missing) == 0) {
     CV_LOG(SystemMessage) << "SERVICE: No sample configuration update is required";
   } else {
     event_request_samples(missing);
   }
+  // Last: what fails before is requested again when the versions are next announced.
+  record_version(event::sample_configuration, version);
 }
 
 void ControlEvents::event_on_sample_list(const std::string& name, void* document) {

@@ -9,7 +9,8 @@
 // Threads: the requests on any thread, the handlers on the message broker's consumer thread.
 // Ownership: shares the configuration, borrows the dispatchers.
 // Failure: a member that is missing or of an unexpected type is an ERROR line; it costs its entry
-// where it stands in one, else the whole event. Nothing else of the node changes.
+// where it stands in one, else the whole event. Nothing else of the node changes. Without memory a
+// handler throws std::bad_alloc; the event's version is not recorded then.
 #pragma once
 
 #include <array>

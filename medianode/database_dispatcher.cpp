@@ -64,14 +64,16 @@ rc_ptr<DatabaseDispatcher::DatabaseContainer> DatabaseDispatcher::prepare_databa
 int DatabaseDispatcher::on_config_received(const SampleConfig& config,
                                            std::unordered_set<uint32_t>*& missing) {
   missing = nullptr;
+  const bool first = !m_pending;
+  std::unordered_set<uint32_t> lacking;
+  rc_ptr<DatabaseContainer> container = prepare_database(config, lacking);
+  if (!first) reuse_payloads(*m_pending, container->database, lacking);
+
+  // From here on nothing fails: it is the old configuration or the new one, never a part of it.
   m_version = config.version;
-  m_missing.clear();
+  m_missing = std::move(lacking);
   m_state = State::Waiting;
   m_request_time = m_clock.now_us();
-
-  rc_ptr<DatabaseContainer> container = prepare_database(config, m_missing);
-  const bool first = !m_pending;
-  if (!first) reuse_payloads(*m_pending, container->database);
   m_pending = std::move(container);
   m_pending_published = false;
 
@@ -84,12 +86,12 @@ int DatabaseDispatcher::on_config_received(const SampleConfig& config,
   return 0;
 }
 
-void DatabaseDispatcher::reuse_payloads(const DatabaseContainer& from,
-                                        audio::SamplesDatabase& into) {
-  for (auto sample = m_missing.begin(); sample != m_missing.end();) {
+void DatabaseDispatcher::reuse_payloads(const DatabaseContainer& from, audio::SamplesDatabase& into,
+                                        std::unordered_set<uint32_t>& missing) {
+  for (auto sample = missing.begin(); sample != missing.end();) {
     if (const auto payload = from.database.payload(*sample)) {
       into.set_payload(*sample, payload);
-      sample = m_missing.erase(sample);
+      sample = missing.erase(sample);
     } else {
       ++sample;
     }
@@ -140,9 +142,18 @@ void DatabaseDispatcher::on_event_timeout() {
 }
 
 void DatabaseDispatcher::build_and_swap() {
-  build_database();
-  swap_database();
   m_request_time = 0;
+  try {
+    build_database();
+  } catch (const std::bad_alloc&) {
+    CV_LOG(ErrorMessage) << "DATABASE_DISPATCHER: out of memory, database version (" << m_version
+                         << ") is not built; trying again after a while";
+  }
+  const bool failed = m_state == State::Failed;
+  swap_database();
+  if (!failed || !m_pending) return;
+  m_state = State::Waiting;
+  m_request_time = m_clock.now_us();
 }
 
 void DatabaseDispatcher::build_database() {

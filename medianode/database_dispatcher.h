@@ -10,6 +10,8 @@
 //    container, which shares the payloads and rules of the published one.
 // 2. Calls keep the hash database they started with; a switch concerns those that ask after it.
 // 3. The pipeline and the control side meet only in m_exchanger, and neither waits for the other.
+// 4. Without memory (std::bad_alloc from what receives) nothing has changed. A build that finds too
+//    little is reported as failed and tried again five seconds later; calls keep what there is.
 // Threads: get_hash_database() belongs to the pipeline, everything else to the thread of control
 // events.
 #pragma once
@@ -98,7 +100,9 @@ class DatabaseDispatcher {
   struct Unusable;  // samples that a build could not use
 
   bool is_built() const { return m_state == State::Built || m_state == State::BuiltIncomplete; }
-  void reuse_payloads(const DatabaseContainer& from, audio::SamplesDatabase& into);
+  /// What is reused is `missing` no more.
+  static void reuse_payloads(const DatabaseContainer& from, audio::SamplesDatabase& into,
+                             std::unordered_set<uint32_t>& missing);
   void unshare_pending();
   void log_build_result(const Unusable& missed, const Unusable& empty) const;
   void build_and_swap();

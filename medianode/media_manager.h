@@ -71,7 +71,7 @@ class MediaManager : public media::StreamManager {
     constexpr uint8_t analysed =
         media::features_sample_detection | media::features_activity_detection;
     if ((packet.features() & analysed) == 0) {
-      CV_LOG(WarningMessage) << "MEDIA_MANAGER: " << utils::str::print_uuid(packet.uuid.data())
+      CV_LOG(WarningMessage) << "MEDIA_MANAGER: " << utils::str::UuidText(packet.uuid.data())
                              << ": media analyzing is off for the session";
       error = 1;
       return nullptr;

@@ -62,6 +62,11 @@ void serialize_matches(std::ostream& out, const std::vector<audio::Match>& match
   out << "]";
 }
 
+/// A text that memory did not suffice for is none.
+void count(const std::ostream& out, Counter& reports) {
+  if (out.good()) reports.increment();
+}
+
 /// In descending order of score.
 std::vector<audio::Match> collect_matches(const audio::SamplesDetector* detector) {
   std::vector<audio::Match> matches;
@@ -79,7 +84,7 @@ void Report::serialize(std::ostream&, ReportManagerStatistic&) const {}
 bool Report::transfer_enabled(const Configuration&) const { return true; }
 
 std::ostream& Report::serialize(std::ostream& out) const {
-  return out << "\"session_uuid\": \"" << utils::str::print_uuid(m_session->m_uuid.data())
+  return out << "\"session_uuid\": \"" << utils::str::UuidText(m_session->m_uuid.data())
              << "\", \"session_timestamp\": " << Number{m_session->m_ts};
 }
 
@@ -103,7 +108,7 @@ void AudioDetectorStreamReport::serialize(std::ostream& out,
   serialize(out << "{\"type\": \"corvanth_detection\", ")
       << ", \"call_side\": \"" << side_name(m_side) << "\", ";
   serialize_match(out, m_match) << ", \"event_object\": " << m_match.sample->event_object << "}";
-  statistic.detection_reports.increment();
+  count(out, statistic.detection_reports);
 }
 
 AudioDetectorSessionReport::AudioDetectorSessionReport(
@@ -125,7 +130,7 @@ void AudioDetectorSessionReport::serialize(std::ostream& out,
   out << ", \"terminator_match\": ";
   serialize_matches(out, terminator);
   out << "}";
-  statistic.sample_match_reports.increment();
+  count(out, statistic.sample_match_reports);
 }
 
 AudioActivityReport::AudioActivityReport(rc_ptr<MediaSession> session, uint64_t offset_frames,
@@ -137,7 +142,7 @@ void AudioActivityReport::serialize(std::ostream& out, ReportManagerStatistic& s
   serialize(out << "{\"type\": \"audio_activity\", ")
       << ", \"call_side\": \"" << side_name(m_side) << "\", \"offset_ms\": " << frame_time(m_offset)
       << "}";
-  statistic.audio_activity_reports.increment();
+  count(out, statistic.audio_activity_reports);
 }
 
 bool AudioActivityReport::transfer_enabled(const Configuration& configuration) const {

@@ -1,10 +1,12 @@
 #include "medianode/report_manager.h"
 
 #include <memory>
+#include <new>
 #include <sstream>
 #include <utility>
 
 #include "log/log.h"
+#include "utils/utils_str.h"
 
 namespace cv::mn {
 
@@ -54,12 +56,21 @@ void ReportManager::on_queue_read(rc_ptr<Report> report) {
     counters.empty_report_errors.increment();
     return;
   }
-  std::ostringstream stream;
-  report->serialize(stream, counters);
-  const std::string text = std::move(stream).str();
-  if (text.empty()) return;
+  try {
+    std::ostringstream stream;
+    report->serialize(stream, counters);
+    // Streams do not throw: a text that memory did not suffice for just ends.
+    if (!stream.good()) throw std::bad_alloc();
+    deliver(*report, std::move(stream).str());
+  } catch (const std::bad_alloc&) {
+    CV_LOG(ErrorMessage) << "REPORT_MANAGER: out of memory, a report on session "
+                         << utils::str::UuidText(report->m_session->m_uuid.data()) << " is lost";
+  }
+}
 
-  if (report->transfer_enabled(*m_configuration)) send(*report, text);
+void ReportManager::deliver(const Report& report, const std::string& text) {
+  if (text.empty()) return;
+  if (report.transfer_enabled(*m_configuration)) send(report, text);
   if (m_configuration->report_logging_enabled) {
     CV_LOG(SystemMessage) << "REPORT_MANAGER: sent: 0, report: " << text;
   }

@@ -7,7 +7,7 @@
 // Ownership: shares the configuration; the statistic block, if one is given, is not owned. stop()
 // first sends what is queued; the destructor does not stop.
 // Failure: a report that finds the queue full is dropped and counted; a failed send is logged by the
-// socket and not repeated.
+// socket and not repeated; without memory for its text a report is lost, which an ERROR line says.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +38,7 @@ class ReportManager : public QueueReader<rc_ptr<Report>, 10000, 1000000000> {
  private:
   using Base = QueueReader<rc_ptr<Report>, 10000, 1000000000>;
 
+  void deliver(const Report& report, const std::string& text);
   void send(const Report& report, const std::string& text);
 
   rc_ptr<Configuration> m_configuration;

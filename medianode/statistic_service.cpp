@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <new>
 #include <sstream>
 
 #include "log/log.h"
@@ -41,7 +42,11 @@ void StatisticService::run() {
   CV_LOG(SystemMessage) << "STATISTIC_SERVICE: thread [" << kernel_thread_id() << "] started";
   if (!running()) return;
   do {
-    if (m_logging_enabled) write_block();
+    try {
+      if (m_logging_enabled) write_block();
+    } catch (const std::bad_alloc&) {
+      CV_LOG(ErrorMessage) << "STATISTIC_SERVICE: out of memory, a block is left out";
+    }
   } while (wait_for_next_block());
 }
 

@@ -75,8 +75,11 @@ class SamplesDetector::Turn final : public VoteWindow::Listener {
   }
 
   void announce(Match match) {
-    m_detector.m_reported[match.sample->id].insert(match.offset);
+    ReportedShifts& reported = m_detector.m_reported[match.sample->id];
+    reported.make_room();
+    const int32_t shift = match.offset;
     m_callback.on_sample_detected(std::move(match), m_user);
+    reported.insert(shift);
   }
 
   SamplesDetector& m_detector;
@@ -130,17 +133,19 @@ bool SamplesDetector::in_order(uint32_t frame) const {
 /// From now on all votes are counted apart. Those so far are counted again, from the points; what they
 /// had to announce is announced.
 void SamplesDetector::count_apart() {
-  m_apart = true;
-  const auto ordered = std::exchange(m_ordered, nullptr);
-  if (!ordered) return;
-  m_tracks.clear();
-  for (const HashPoint& point : ordered->points.points()) {
-    for (const HashDatabaseEntry entry : m_database->entries(point.hash)) {
-      uint64_t votes = 0;
-      m_tracks[entry.sample_id].vote(static_cast<int32_t>(point.offset - entry.offset),
+  if (m_ordered) {
+    std::unordered_map<uint32_t, TrackMatch> tracks;
+    for (const HashPoint& point : m_ordered->points.points()) {
+      for (const HashDatabaseEntry entry : m_database->entries(point.hash)) {
+        uint64_t votes = 0;
+        tracks[entry.sample_id].vote(static_cast<int32_t>(point.offset - entry.offset),
                                      entry.offset, m_drift, votes);
+      }
     }
+    m_tracks = std::move(tracks);
+    m_ordered.reset();
   }
+  m_apart = true;
 }
 
 void SamplesDetector::get_match(std::vector<Match>& out) const {

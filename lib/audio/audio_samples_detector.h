@@ -9,6 +9,8 @@
 // 2. Announcements of one sample lie more than ReportedShifts::quiet_zone_frames apart in shift.
 // 3. Which announcements are made, in which order and with which score bits, follows from the points,
 //    the database and the drift alone.
+// Failure: without memory a point's votes may be missing, in whole or in part, and nothing else is. What
+// the callback throws leaves the sample unannounced; the next vote for it announces it again.
 //
 // A stream's frames ascend; then its votes cost little time and memory (audio_vote_window.h). A stream
 // whose frames go back, and a sample with offsets that no recording has, are counted apart, with the

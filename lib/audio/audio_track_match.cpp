@@ -42,6 +42,10 @@ bool ReportedShifts::contains(int32_t delta) const {
   return nearest - lowest <= 2 * quiet_zone_frames;
 }
 
+void ReportedShifts::make_room() {
+  if (m_announced.size() == m_announced.capacity()) m_announced.reserve(2 * m_announced.size() + 1);
+}
+
 void ReportedShifts::insert(int32_t delta) {
   const auto shift = static_cast<uint32_t>(delta);
   m_announced.insert(std::lower_bound(m_announced.begin(), m_announced.end(), shift), shift);

@@ -38,6 +38,8 @@ class ReportedShifts {
 
   /// True when an announced shift lies within the quiet zone of `delta`.
   bool contains(int32_t delta) const;
+  /// The next insert() will not throw.
+  void make_room();
   /// `delta` is not contained.
   void insert(int32_t delta);
 

@@ -156,9 +156,23 @@ void VoteWindow::vote_run(const Turn<Drift>& turn, std::span<const HashIndexEntr
                           std::byte* chunk, Counter* ring) {
   const uint32_t position = run.front().position;
   const VoteShape& shape = m_layout.shapes()[position];
-  // Copies: counters may alias anything.
-  VoteTrack track = track_in(chunk, shape);
-  BestShift best = best_in(chunk, shape);
+  // Copies: counters may alias anything. Written back also when the listener throws.
+  struct Copies {
+    ~Copies() {
+      track.notable_votes =
+          best.wide_ring != 0
+              ? 0
+              : std::min({best.votes + 1, shape.least_votes(track.total), max_byte});
+      track_in(chunk, shape) = track;
+      best_in(chunk, shape) = best;
+    }
+    std::byte* chunk;
+    const VoteShape& shape;
+    VoteTrack track = track_in(chunk, shape);
+    BestShift best = best_in(chunk, shape);
+  } copies{chunk, shape};
+  VoteTrack& track = copies.track;
+  BestShift& best = copies.best;
   const uint32_t mask = shape.ring_mask;
   const uint32_t least_votes =
       m_layout.least_votes(position, track.total, track.shifts, run.size());
@@ -177,11 +191,6 @@ void VoteWindow::vote_run(const Turn<Drift>& turn, std::span<const HashIndexEntr
     turn.listener.on_candidate(
         {position, static_cast<int32_t>(delta), entry.offset, votes, track.total, track.shifts});
   }
-  track.notable_votes = best.wide_ring != 0
-                            ? 0
-                            : std::min({best.votes + 1, shape.least_votes(track.total), max_byte});
-  track_in(chunk, shape) = track;
-  best_in(chunk, shape) = best;
 }
 
 std::byte* VoteWindow::allocate(uint32_t chunk) {

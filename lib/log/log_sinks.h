@@ -5,9 +5,10 @@
 // the process is single-threaded; writing may happen on any thread.
 #pragma once
 
-#include <string>
+#include <new>
 
 #include "log/log.h"
+#include "log/log_syslog_thread.h"
 
 namespace cv::log {
 
@@ -30,6 +31,19 @@ struct Syslog {
   static void write(const char* file, int line, LocalLevel facility, const Message& message);
   static void close(void* context);
 };
+
+/// Hands the line whose text `text()` returns to syslog, whatever the logger's own sink is. Without
+/// memory for it the line is lost, and the caller goes on.
+template <typename MessageType, typename Text>
+void trace(const char* file, int line, LocalLevel facility, Text text) {
+  try {
+    MessageType message;
+    message.stream << text();
+    Syslog::write(file, line, facility, message);
+  } catch (const std::bad_alloc&) {
+    SyslogThread::instance().note_lost();
+  }
+}
 
 /// Points the logger at standard error.
 void open_stdlog();

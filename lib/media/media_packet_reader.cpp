@@ -1,7 +1,9 @@
 #include "media/media_packet_reader.h"
 
+#include <new>
 #include <sstream>
 
+#include "core/clock.h"
 #include "core/prefetch.h"
 #include "log/log.h"
 #include "log/log_sinks.h"
@@ -20,16 +22,13 @@ char letter_or_dash(bool set, char letter) { return set ? letter : '-'; }
 
 unsigned number(uint8_t byte) { return byte; }
 
-std::string uuid_text(const PacketHeader& header) {
-  return utils::str::print_uuid(header.uuid.data());
+utils::str::UuidText uuid_text(const PacketHeader& header) {
+  return utils::str::UuidText(header.uuid.data());
 }
 
-/// A trace goes to syslog wherever the logger's own lines go.
 template <typename MessageType, typename Packet>
 void trace(int line, log::LocalLevel facility, const Packet& packet) {
-  MessageType message;
-  message.stream << trace_text(packet);
-  log::Syslog::write(CV_LOG_MODULE, line, facility, message);
+  log::trace<MessageType>(CV_LOG_MODULE, line, facility, [&packet] { return trace_text(packet); });
 }
 
 }  // namespace
@@ -58,6 +57,7 @@ void PacketReader::run() {
   name_this_thread("packet reader");
   CV_LOG(SystemMessage) << "PACKETS_READER: thread [" << kernel_thread_id() << "] started";
   QueueIdleReader::run();
+  if (const uint64_t count = m_out_of_memory.take_rest()) say_out_of_memory(count);
 }
 
 int PacketReader::stop() {
@@ -79,7 +79,24 @@ void PacketReader::on_queue_read(rc_ptr<PacketBuffer> buffer) {
   const auto& header = view<PacketHeader>(*buffer);
   if (header.marker != packet_marker) return m_packet_statistic.bad_marker.increment();
   if (header.version != packet_version) return m_packet_statistic.bad_version.increment();
-  dispatch(*buffer);
+  attempt([&] { dispatch(*buffer); });
+}
+
+// What a packet asks of memory is its own: the next one, of another call, may well be served.
+template <typename Work>
+void PacketReader::attempt(Work work) {
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    m_out_of_memory.add(1);
+  }
+  if (m_out_of_memory.unsaid() == 0) return;
+  if (const auto count = m_out_of_memory.take(steady_clock().now_us())) say_out_of_memory(*count);
+}
+
+void PacketReader::say_out_of_memory(uint64_t count) {
+  CV_LOG(ErrorMessage) << "PACKETS_READER: out of memory, (" << count
+                       << ") packets or time-outs were not processed to the end";
 }
 
 // The distances: a packet takes a few hundred nanoseconds, an answer from memory a hundred and more.
@@ -138,9 +155,15 @@ bool PacketReader::size_matches(const PacketBuffer& buffer, std::size_t expected
   return false;
 }
 
-bool PacketReader::on_queue_idle() { return m_listener->on_packet_idle(); }
+bool PacketReader::on_queue_idle() {
+  bool worked = false;
+  attempt([&] { worked = m_listener->on_packet_idle(); });
+  return worked;
+}
 
-void PacketReader::on_queue_try() { m_listener->on_packet_try(); }
+void PacketReader::on_queue_try() {
+  attempt([this] { m_listener->on_packet_try(); });
+}
 
 void PacketReader::notify(StartPacket& packet) {
   m_packet_statistic.start_packets.increment();

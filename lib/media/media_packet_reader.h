@@ -3,7 +3,9 @@
 // Threads: read_from() belongs to the receiving thread and never blocks, locks or allocates from the
 // heap, but for the wake-up of a sleeping reader. Everything else, the listener's operations
 // included, runs on the reader's own thread, which also lends itself to the listener's housekeeping.
-// Failure: a datagram that does not fit is counted and dropped; the sender is never answered.
+// Failure: a datagram that does not fit is counted and dropped; the sender is never answered. When the
+// listener throws std::bad_alloc, its packet is done with, and an ERROR line at most every five seconds
+// says how many were.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +13,7 @@
 
 #include "core/queue_reader.h"
 #include "core/reference_countable.h"
+#include "core/tally.h"
 #include "media/media_packet.h"
 #include "media/media_packet_buffer.h"
 
@@ -32,7 +35,8 @@ struct PacketReaderStatistic : QueueIdleReaderStatistic {
   Counter ctrl_packets;
 };
 
-/// Consumer of checked packets. A packet is a view that is gone when the call returns.
+/// Consumer of checked packets. A packet is a view that is gone when the call returns. An operation may
+/// throw std::bad_alloc and leaves the listener fit for the next packet then.
 class PacketReaderListener {
  public:
   virtual void on_packet(StartPacket& packet) = 0;
@@ -84,6 +88,10 @@ class PacketReader : public QueueIdleReader<rc_ptr<PacketBuffer>, 100000, 100000
   void on_queue_try() override;
 
  private:
+  template <typename Work>
+  void attempt(Work work);
+  static void say_out_of_memory(uint64_t count);
+
   void look_ahead();
   void look_ahead(std::size_t distance, PacketLookAhead::Stage stage);
   void dispatch(PacketBuffer& buffer);
@@ -98,6 +106,7 @@ class PacketReader : public QueueIdleReader<rc_ptr<PacketBuffer>, 100000, 100000
   PacketReaderStatistic& m_packet_statistic;
   PacketReaderListener* m_listener;
   PacketLookAhead* m_look_ahead;
+  Tally m_out_of_memory;
 };
 
 /// The text of a packet's trace line.

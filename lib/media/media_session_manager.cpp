@@ -1,6 +1,7 @@
 #include "media/media_session_manager.h"
 
 #include <iterator>
+#include <new>
 #include <sstream>
 
 #include "core/prefetch.h"
@@ -12,14 +13,12 @@ namespace cv::media {
 
 namespace {
 
-std::string uuid_text(const Uuid& uuid) { return utils::str::print_uuid(uuid.data()); }
+utils::str::UuidText uuid_text(const Uuid& uuid) { return utils::str::UuidText(uuid.data()); }
 
-/// Like the packet traces, the warning goes to syslog wherever the logger's own lines go.
 template <typename Packet>
 void warn_unknown_session(int line, const Packet& packet) {
-  log::WarningMessage message;
-  message.stream << unknown_session_text(packet);
-  log::Syslog::write(CV_LOG_MODULE, line, log::LocalLevel::LOCAL1, message);
+  log::trace<log::WarningMessage>(CV_LOG_MODULE, line, log::LocalLevel::LOCAL1,
+                                  [&packet] { return unknown_session_text(packet); });
 }
 
 }  // namespace
@@ -42,8 +41,9 @@ void SessionManager::on_packet(StartPacket& packet) {
   }
   if (!has_room()) return;
   int error = 0;
-  if (Session* session = create_session(packet, error)) {
-    register_session(session, packet);
+  if (const rc_ptr<Session> session = create_session(packet, error)) {
+    if (insert(session)) return on_session_created(session, packet);
+    report_failed_allocation(packet);
   } else if (error == 0) {
     report_failed_allocation(packet);
   } else {
@@ -53,8 +53,8 @@ void SessionManager::on_packet(StartPacket& packet) {
 
 void SessionManager::revive_zombie(SessionMap::iterator entry, StartPacket& packet) {
   int error = 0;
-  Session* session = create_session(packet, error);
-  if (session == nullptr) {
+  const rc_ptr<Session> session = create_session(packet, error);
+  if (!session) {
     if (error == 0) report_failed_allocation(packet);
     return;
   }
@@ -64,10 +64,21 @@ void SessionManager::revive_zombie(SessionMap::iterator entry, StartPacket& pack
   // media time comes from the network and may have carried that one anywhere.
   const auto newest_us = static_cast<uint64_t>(m_audit_list.back()->m_last_activity_us);
   session->m_last_activity_us = static_cast<int64_t>(newest_us + 1);
-  erase_session(entry);
+  take_place(entry, session);
+  decrease_zombie_counter(1);
   CV_LOG(InfoMessage) << "SESSION_MANAGER: Session " << uuid_text(packet.uuid)
                       << " was created out the zombie";
-  register_session(session, packet);
+  on_session_created(session, packet);
+}
+
+/// The session stands where the entry's session stood, which leaves both tables. Needs no memory.
+void SessionManager::take_place(SessionMap::iterator entry, const rc_ptr<Session>& session) {
+  const auto position = entry->second->m_audit_position;
+  entry->second->m_audit_position = m_audit_list.end();
+  entry->second = session;
+  *position = session;
+  m_audit_list.splice(m_audit_list.end(), m_audit_list, position);
+  session->m_audit_position = position;
 }
 
 void SessionManager::on_packet(DataPacket& packet) {
@@ -164,16 +175,18 @@ void SessionManager::on_session_control(rc_ptr<Session>, ControlPacket&) {}
 void SessionManager::on_session_terminated(rc_ptr<Session>, TerminatePacket&) {}
 void SessionManager::on_session_timedout(rc_ptr<Session>) {}
 
-void SessionManager::insert(const rc_ptr<Session>& session) {
-  session->m_audit_position = m_audit_list.insert(m_audit_list.end(), session);
-  m_sessions.emplace(session->m_id, session);
+bool SessionManager::insert(const rc_ptr<Session>& session) {
+  if (!m_table.prepare()) return false;
+  try {
+    AuditList entry(1, session, m_audit_list.get_allocator());
+    m_sessions.emplace(session->m_id, session);
+    session->m_audit_position = entry.begin();
+    m_audit_list.splice(m_audit_list.end(), entry);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   m_statistic->sessions.set(m_sessions.size());
-}
-
-void SessionManager::register_session(Session* session, StartPacket& packet) {
-  const rc_ptr<Session> registered(session);
-  insert(registered);
-  on_session_created(registered, packet);
+  return true;
 }
 
 void SessionManager::report_failed_allocation(const PacketHeader& header) {
@@ -183,16 +196,15 @@ void SessionManager::report_failed_allocation(const PacketHeader& header) {
 }
 
 Session* SessionManager::setup_zombie(const PacketHeader& header) {
-  Session* zombie = create_or_null<Session>(Session::Zombie(), header, now_us());
-  if (zombie == nullptr) {
+  const rc_ptr<Session> zombie = create_or_null<Session>(Session::Zombie(), header, now_us());
+  if (!zombie || !insert(zombie)) {
     m_statistic->allocation_errors.increment();
     CV_LOG(ErrorMessage) << "SESSION_MANAGER: Zombie session " << uuid_text(header.uuid)
                          << " allocation failed";
     return nullptr;
   }
-  insert(rc_ptr<Session>(zombie));
   m_statistic->zombies.increment();
-  return zombie;
+  return zombie.get();
 }
 
 // Without a place in the table nothing absorbs the packets behind this one: a warning for each of them
@@ -263,10 +275,21 @@ void SessionManager::erase_session(SessionMap::iterator entry) {
   if (session->m_zombie) decrease_zombie_counter(1);
 }
 
+/// Counts what an audit has removed when it ends, also when a hook ends it.
+struct SessionManager::AuditCount {
+  ~AuditCount() {
+    manager.m_statistic->sessions.set(manager.m_sessions.size());
+    manager.decrease_zombie_counter(zombies);
+  }
+
+  SessionManager& manager;
+  unsigned long zombies = 0;
+};
+
 bool SessionManager::audit() {
   const int64_t now = now_us();
   std::size_t removed = 0;
-  unsigned long removed_zombies = 0;
+  AuditCount removed_here{*this};
   while (removed < max_removals_per_audit && !m_audit_list.empty()) {
     if (m_audit_list.front() && !timed_out(*m_audit_list.front(), now)) break;
     const rc_ptr<Session> session = m_audit_list.front();
@@ -277,11 +300,9 @@ bool SessionManager::audit() {
           << "SESSION_MANAGER: Trying to remove null session (while audit iterator is valid)";
       continue;
     }
-    if (session->m_zombie) ++removed_zombies;
+    if (session->m_zombie) ++removed_here.zombies;
     remove_timed_out(session, now);
   }
-  m_statistic->sessions.set(m_sessions.size());
-  decrease_zombie_counter(removed_zombies);
   return removed > 0;
 }
 

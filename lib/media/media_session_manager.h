@@ -18,11 +18,14 @@
 #include <absl/container/flat_hash_map.h>
 #include <cstddef>
 #include <cstdint>
-#include <memory_resource>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "core/clock.h"
 #include "core/counter.h"
+#include "core/node_pool.h"
+#include "core/spare_allocator.h"
 #include "core/statistic_container.h"
 #include "core/tally.h"
 #include "media/media_packet_reader.h"
@@ -91,7 +94,10 @@ class SessionManager : public PacketReaderListener,
 
   /// Open addressing: a look-up touches two lines, and can be asked for ahead of time. Its hash is
   /// salted, so that keys that collide cannot easily be made.
-  using SessionMap = absl::flat_hash_map<uint64_t, rc_ptr<Session>>;
+  using SessionEntry = std::pair<const uint64_t, rc_ptr<Session>>;
+  using SessionMap =
+      absl::flat_hash_map<uint64_t, rc_ptr<Session>, absl::flat_hash_map<uint64_t, int>::hasher,
+                          std::equal_to<>, mem::SpareAllocator<SessionEntry>>;
 
   void erase_session(SessionMap::iterator entry);
   bool audit();
@@ -99,14 +105,17 @@ class SessionManager : public PacketReaderListener,
 
   // The list's nodes, close together: with many calls each packet finds them out of the cache, and
   // scattered among the sessions every one would be on a page of its own.
-  std::pmr::unsynchronized_pool_resource m_nodes;
-  SessionMap m_sessions;
+  mem::NodePool m_nodes;
+  mem::Spare m_table;
+  SessionMap m_sessions{mem::SpareAllocator<SessionEntry>(m_table)};
   AuditList m_audit_list{&m_nodes};
 
  private:
-  /// Enters a session into both tables.
-  void insert(const rc_ptr<Session>& session);
-  void register_session(Session* session, StartPacket& packet);
+  struct AuditCount;
+
+  /// Enters a session into both tables; false, and nothing has changed, without memory for that.
+  bool insert(const rc_ptr<Session>& session);
+  void take_place(SessionMap::iterator entry, const rc_ptr<Session>& session);
   void revive_zombie(SessionMap::iterator entry, StartPacket& packet);
   void report_failed_allocation(const PacketHeader& header);
   Session* setup_zombie(const PacketHeader& header);

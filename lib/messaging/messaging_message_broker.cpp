@@ -9,6 +9,7 @@
 
 #include "core/thread.h"
 #include "log/log.h"
+#include "messaging/messaging_attempt.h"
 #include "messaging/messaging_bracketed.h"
 #include "messaging/messaging_compression.h"
 
@@ -35,6 +36,7 @@ constexpr uint64_t default_consume_timeout_ms = 1000;
 constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
+constexpr milliseconds out_of_memory_pause{100};
 // How soon a subscribed topic is assigned that did not exist at the start. The library's own five
 // minutes would keep a new node waiting.
 constexpr const char* topic_refresh_interval_ms = "5000";
@@ -161,6 +163,10 @@ RdKafka::ErrorCode MessageBroker::produce(const std::string& topic, unsigned cha
 }
 
 void MessageBroker::dr_cb(RdKafka::Message& message) {
+  attempt([&message] { report_delivery(message); });
+}
+
+void MessageBroker::report_delivery(const RdKafka::Message& message) {
   if (message.err() == RdKafka::ERR_NO_ERROR) {
     CV_LOG(InfoMessage) << "MESSAGE_BROKER: message delivered to " << message.topic_name() << '['
                         << message.partition() << "] at offset (" << message.offset() << ')';
@@ -197,7 +203,7 @@ unsigned char* MessageBroker::decompress(const unsigned char* data, size_t& size
 
 void MessageBroker::start_consumer() {
   if (m_settings.topics.empty()) return;
-  const auto deadline = std::chrono::system_clock::now() + startup_timeout;
+  const auto deadline = std::chrono::steady_clock::now() + startup_timeout;
   const std::future<void> ready = m_assignment.first_assignment();
   m_running = true;
   m_consumer_stopped = m_consumer_done.get_future();
@@ -207,7 +213,7 @@ void MessageBroker::start_consumer() {
   }
   while (ready.wait_for(startup_slice) != std::future_status::ready) {
     if (interrupted()) return;
-    if (!m_running || std::chrono::system_clock::now() >= deadline) {
+    if (!m_running || std::chrono::steady_clock::now() >= deadline) {
       CV_LOG(ErrorMessage) << "MESSAGE_BROKER: consumer startup failed";
       return;
     }
@@ -282,7 +288,11 @@ void MessageBroker::consumer_loop() {
     const int timeout_ms = static_cast<int>(
         m_settings.consume_timeout == 0 ? default_consume_timeout_ms : m_settings.consume_timeout);
     bool unknown_topic_seen = false;
-    while (m_running) consume_one(timeout_ms, unknown_topic_seen);
+    while (m_running) {
+      if (!attempt([&] { consume_one(timeout_ms, unknown_topic_seen); })) {
+        std::this_thread::sleep_for(out_of_memory_pause);
+      }
+    }
     close_consumer();
   } else {
     // Tells the constructor that there is nothing left to wait for.
@@ -404,6 +414,10 @@ bool MessageBroker::is_topic_exist_at_broker(const std::string& topic) {
 }
 
 void MessageBroker::event_cb(RdKafka::Event& event) {
+  attempt([&event] { report_event(event); });
+}
+
+void MessageBroker::report_event(const RdKafka::Event& event) {
   switch (event.type()) {
     case RdKafka::Event::EVENT_ERROR:
       CV_LOG(ErrorMessage) << "MESSAGE_BROKER: " << (event.fatal() ? "FATAL" : "") << " error ("

@@ -75,6 +75,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   void dr_cb(RdKafka::Message& message) override;
 
  private:
+  static void report_delivery(const RdKafka::Message& message);
+  static void report_event(const RdKafka::Event& event);
   void start_producer();
   void flush_producer();
   void start_consumer();

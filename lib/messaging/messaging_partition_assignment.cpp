@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "log/log.h"
+#include "messaging/messaging_attempt.h"
 #include "messaging/messaging_bracketed.h"
 
 namespace cv::messaging {
@@ -19,17 +20,21 @@ void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition
 
 void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka::ErrorCode code,
                                        Partitions& partitions) {
-  CV_LOG(SystemMessage) << "MESSAGE_BROKER: rebalance \"" << RdKafka::err2str(code) << "\": "
-                        << (partitions.empty() ? "(no partitions)"
-                                               : bracketed(partitions, &print_partition));
+  attempt([&] {
+    CV_LOG(SystemMessage) << "MESSAGE_BROKER: rebalance \"" << RdKafka::err2str(code) << "\": "
+                          << (partitions.empty() ? "(no partitions)"
+                                                 : bracketed(partitions, &print_partition));
+  });
   if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
     m_silent_partitions.clear();
     consumer.unassign();
     return;
   }
   const bool first = m_first_assignment.exchange(false);
-  if (first) sync_offsets(consumer, partitions, broker_query_ms);
-  expect_to_hear(partitions);
+  attempt([&] {
+    if (first) sync_offsets(consumer, partitions, broker_query_ms);
+    expect_to_hear(partitions);
+  });
   if (first) m_consumer_ready.set_value();
   consumer.assign(partitions);
 }

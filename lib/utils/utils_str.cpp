@@ -72,22 +72,23 @@ std::string replace(const std::string& text, const std::string& from, const std:
   return replace(copy, from, to);
 }
 
-std::string print_uuid(const uint8_t* bytes) {
+UuidText::UuidText(const uint8_t* bytes) {
   static constexpr char digits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(36);
+  auto next = m_text.begin();
   for (int i = 0; i < 16; ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    text += digits[bytes[i] >> 4];
-    text += digits[bytes[i] & 0x0F];
+    if (i == 4 || i == 6 || i == 8 || i == 10) *next++ = '-';
+    *next++ = digits[bytes[i] >> 4];
+    *next++ = digits[bytes[i] & 0x0F];
   }
-  return text;
 }
 
-std::ostream& print_uuid(std::ostream& out, const uint8_t* bytes) {
-  const std::string text = print_uuid(bytes);
-  return out.write(text.data(), static_cast<std::streamsize>(text.size()));
+std::ostream& operator<<(std::ostream& out, const UuidText& uuid) {
+  return out.write(uuid.view().data(), static_cast<std::streamsize>(uuid.view().size()));
 }
+
+std::string print_uuid(const uint8_t* bytes) { return std::string(UuidText(bytes).view()); }
+
+std::ostream& print_uuid(std::ostream& out, const uint8_t* bytes) { return out << UuidText(bytes); }
 
 /// What the conversion functions say beside the value: how far they read, and errno.
 template <typename Converted, typename T>

@@ -1,9 +1,11 @@
 // Cutting, cleaning and reading text. Free functions without state: any thread, no logging.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "utils/utils_generic_result.h"
@@ -42,7 +44,19 @@ std::string& replace(std::string& text, const std::string& from, const std::stri
 /// A changed copy.
 std::string replace(const std::string& text, const std::string& from, const std::string& to);
 
-/// 16 bytes as 36 characters, "00112233-4455-6677-8899-aabbccddeeff".
+/// 16 bytes as 36 characters, "00112233-4455-6677-8899-aabbccddeeff". Takes nothing from the heap, for
+/// where logging must not fail.
+class UuidText {
+ public:
+  explicit UuidText(const uint8_t* bytes);
+  std::string_view view() const { return {m_text.data(), m_text.size()}; }
+
+ private:
+  std::array<char, 36> m_text;
+};
+std::ostream& operator<<(std::ostream& out, const UuidText& uuid);
+
+/// The same text as a string.
 std::string print_uuid(const uint8_t* bytes);
 /// The same text into a stream, whose formatting state is neither used nor changed.
 std::ostream& print_uuid(std::ostream& out, const uint8_t* bytes);

@@ -1,66 +1,18 @@
 // What a packet of a call under way takes from the heap: nothing, but for tables of votes and the points
 // behind them. In an executable of its own, since it replaces the global operators.
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <new>
 
 #include "audio/audio_fingerprint.h"
 #include "media/media_packet_reader.h"
+#include "support/heap.h"
 #include "support/pipeline.h"
 #include "support/recordings.h"
-
-namespace {
-
-// Of this test's only thread.
-std::size_t plain_news = 0;
-std::size_t aligned_news = 0;  // tables of votes are the only ones that ask for an alignment
-std::size_t deletes = 0;
-
-void* checked(void* block) {
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-// Not inline: seen from where a block is deleted, free() would not match the operator that gave it.
-[[gnu::noinline]] void release(void* block) {
-  if (block != nullptr) ++deletes;
-  std::free(block);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++plain_news;
-  return checked(std::malloc(size));
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  ++plain_news;
-  return std::malloc(size);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  ++aligned_news;
-  const auto unit = static_cast<std::size_t>(alignment);
-  return checked(std::aligned_alloc(unit, (size + unit - 1) / unit * unit));
-}
-void operator delete(void* block) noexcept { release(block); }
-void operator delete(void* block, std::size_t) noexcept { release(block); }
-void operator delete(void* block, std::align_val_t) noexcept { release(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept { release(block); }
+#include "support/stepped_reader.h"
 
 namespace cv::test {
 
 namespace {
-
-/// The packet reader without its thread.
-struct SteppedReader : media::PacketReader {
-  using PacketReader::PacketReader;
-  void take(const media::Datagram& datagram) {
-    read_from(datagram.data(), datagram.size());
-    on_queue_try();
-    on_queue_read(m_queue.take());
-  }
-};
 
 /// The datagrams of a side, made before anything is counted; `seq` counts on.
 std::vector<media::Datagram> packets_of(const CallPackets& call, std::span<const int16_t> audio,
@@ -99,13 +51,14 @@ TEST(PacketPath, AllocatesNothingForAWarmStreamButVotes) {
   const auto again = packets_of(call, speech, seq);
   const std::size_t points = audio::fingerprint(speech).size();
   const auto before = mallinfo2();
-  plain_news = aligned_news = deletes = 0;
+  const auto counted = heap::counts();
   for (const auto& packet : again) reader.take(packet);
-  const std::size_t allocated = plain_news, freed = deletes;
+  const auto now = heap::counts();
+  const std::size_t allocated = now.plain - counted.plain, freed = now.deletes - counted.deletes;
   const auto after = mallinfo2();
 
   EXPECT_EQ(statistic.data_packets.get(), 2 * again.size());
-  EXPECT_EQ(aligned_news, 0u) << "the same sounds need no more tables";
+  EXPECT_EQ(now.aligned - counted.aligned, 0u) << "the same sounds need no more tables";
   // The log of points grows by blocks of 64, and now and then by the table of these blocks.
   EXPECT_LE(allocated, points / 64 + 4) << "of " << again.size() << " packets";
   EXPECT_LE(freed, 4u);

@@ -47,8 +47,9 @@ struct KnownSample {
   std::vector<audio::HashPoint> points;
 };
 
-struct Pipeline {
-  explicit Pipeline(rc_ptr<mn::Configuration> settings = new mn::Configuration)
+template <typename Reports>
+struct BasicPipeline {
+  explicit BasicPipeline(rc_ptr<mn::Configuration> settings = new mn::Configuration)
       : configuration(std::move(settings)) {}
 
   /// Builds and publishes a database in which one rule looks for these samples.
@@ -88,9 +89,11 @@ struct Pipeline {
   rc_ptr<mn::Configuration> configuration;
   mn::DatabaseDispatcher database{clock};
   mn::DeadAirDispatcher dead_air;
-  KeptReports reports{configuration};
+  Reports reports{configuration};
   media::StreamManagerStatistic statistic;
   mn::MediaPipeline media{configuration, database, dead_air, reports, statistic, clock};
 };
+
+using Pipeline = BasicPipeline<KeptReports>;
 
 }  // namespace cv::test

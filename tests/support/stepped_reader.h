@@ -2,6 +2,7 @@
 #pragma once
 
 #include "media/media_packet_reader.h"
+#include "media/media_packet_writer.h"
 
 namespace cv::test {
 
@@ -13,6 +14,10 @@ struct SteppedReader : media::PacketReader {
     on_queue_try();
     if (!m_queue.empty()) on_queue_read(m_queue.take());
     store_depth();
+  }
+  void take(const media::Datagram& datagram) {
+    read_from(datagram.data(), datagram.size());
+    step();
   }
 };
 
