@@ -77,6 +77,11 @@ bool write_pid_file(const std::string& pid_file) {
   }
   const bool written = dprintf(descriptor, "%d", static_cast<int>(getpid())) > 0;
   const int error = errno;
+  struct stat status {};
+  // An empty pid file would stand for a daemon that there is not.
+  if (!written && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+    unlink(pid_file.c_str());
+  }
   close(descriptor);
   if (!written) {
     CV_LOG(ErrorMessage) << "DAEMON: failed to write pid file \"" << pid_file << "\"; error ["

@@ -1,0 +1,157 @@
+// Every step of becoming a daemon, failing: what is said, the exit status, and what is left behind.
+#include "app/app_daemon.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "log/log_sinks.h"
+#include "support/temporary_folder.h"
+
+namespace {
+
+std::string g_failing;  // the call that fails
+int g_error = 0;
+bool g_in_place = false;  // a fork makes no process: the caller goes on as the new one
+
+template <typename Function>
+Function original(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+bool fails(const char* call) {
+  if (g_failing != call) return false;
+  errno = g_error;
+  return true;
+}
+
+}  // namespace
+
+// In place of the C library's in this executable.
+extern "C" pid_t fork() {
+  if (fails("fork")) return -1;
+  if (g_in_place) return 0;
+  return original<pid_t (*)()>("fork")();
+}
+extern "C" pid_t setsid() {
+  if (fails("setsid")) return -1;
+  return original<pid_t (*)()>("setsid")();
+}
+extern "C" int chdir(const char* path) {
+  if (fails("chdir")) return -1;
+  return original<int (*)(const char*)>("chdir")(path);
+}
+extern "C" int dprintf(int descriptor, const char* format, ...) {
+  if (fails("dprintf")) return -1;
+  va_list arguments;
+  va_start(arguments, format);
+  const int written = vdprintf(descriptor, format, arguments);
+  va_end(arguments);
+  return written;
+}
+
+namespace {
+
+constexpr int became_daemon = 77;
+
+struct DaemonTest : testing::Test {
+  /// Becomes a daemon in this process; the callbacks tell their names. Does not return.
+  [[noreturn]] void become(const std::string& pid_file, const std::string& log_file) {
+    cv::log::open_stdlog();
+    // Standard error becomes the daemon's log; what is logged is to stay where the test sees it.
+    static std::ofstream lines(m_folder / "lines", std::ios::app);
+    std::cerr.rdbuf(lines.rdbuf());
+    const auto told = [](const char* name) {
+      return [name] { lines << "called " << name << std::endl; };
+    };
+    cv::app::switch_to_daemon_mode(
+        {pid_file, log_file, told("child"), told("child error"), told("parent exit")});
+    lines << "umask " << umask(0) << ", in " << std::filesystem::current_path().string()
+          << std::endl;
+    _exit(became_daemon);
+  }
+  std::string read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(m_folder / name).rdbuf();
+    return text.str();
+  }
+
+  cv::test::TemporaryFolder m_folder;
+};
+
+TEST_F(DaemonTest, EveryStepThatFailsIsSaidAndEndsTheProcessOrIsDoneWithout) {
+  const std::string folder = m_folder.path();
+  const std::string good_pid = folder + "/node.pid", good_log = folder + "/log/node.log";
+  const std::string no_folder = m_folder.write("a_file", "text");
+  const struct {
+    std::string call;
+    int error;
+    std::string pid_file, log_file;
+    int status;
+    std::string lines;  // logged or called, in order, without what stands before the text
+  } cases[] = {
+      {"", 0, good_pid, good_log, became_daemon, "called child|umask 0, in /tmp|"},
+      {"", 0, "", good_log, became_daemon, "called child|umask 0, in /tmp|"},
+      {"fork", EAGAIN, good_pid, good_log, 1,
+       "DAEMON: failed to fork process; error [11]: |called parent exit|"},
+      {"fork", ENOMEM, good_pid, good_log, 1,
+       "DAEMON: failed to fork process; error [12]: |called parent exit|"},
+      {"setsid", EPERM, good_pid, good_log, 1,
+       "called child|DAEMON: failed to create SID for daemon process; error [1]: |called child "
+       "error|"},
+      {"chdir", EACCES, good_pid, good_log, 1,
+       "called child|DAEMON: failed to change working directory to /tmp|called child error|"},
+      {"", 0, folder + "/none/pid", good_log, 1,
+       "called child|DAEMON: failed to open pid file \"" + folder +
+           "/none/pid\"; error [2]: |called child error|"},
+      {"", 0, folder, good_log, 1,
+       "called child|DAEMON: failed to open pid file \"" + folder +
+           "\"; error [21]: |called child error|"},
+      {"", 0, "/dev/full", good_log, 1,
+       "called child|DAEMON: failed to write pid file \"/dev/full\"; error [28]: |called child "
+       "error|"},
+      {"dprintf", ENOSPC, good_pid, good_log, 1,
+       "called child|DAEMON: failed to write pid file \"" + good_pid +
+           "\"; error [28]: |called child error|"},
+      // Its log is in syslog: what a library might print is not worth a node.
+      {"", 0, good_pid, no_folder + "/log", became_daemon,
+       "called child|DAEMON: failed to open log file \"" + no_folder +
+           "/log\"; error [20]: |umask 0, in /tmp|"},
+      {"", 0, good_pid, "/dev/full", became_daemon, "called child|umask 0, in /tmp|"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.call + " " + c.pid_file + " " + c.log_file);
+    std::filesystem::remove(m_folder / "lines");
+    std::filesystem::remove(good_pid);
+    EXPECT_EXIT(
+        {
+          g_failing = c.call;
+          g_error = c.error;
+          g_in_place = true;
+          become(c.pid_file, c.log_file);
+        },
+        testing::ExitedWithCode(c.status), "");
+    const std::string lines = read("lines");
+    size_t at = 0;
+    std::istringstream expected(c.lines);
+    for (std::string line; std::getline(expected, line, '|');) {
+      const size_t found = lines.find(line, at);
+      EXPECT_NE(found, lines.npos) << line << "\nis missing or out of order in\n" << lines;
+      if (found != lines.npos) at = found;
+    }
+    EXPECT_EQ(std::filesystem::exists(good_pid),
+              c.status == became_daemon && c.pid_file == good_pid)
+        << "a pid file stands for a daemon";
+  }
+}
+
+}  // namespace

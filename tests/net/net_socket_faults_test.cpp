@@ -1,0 +1,155 @@
+// What the kernel may answer to a receive, a wait or a send, one error at a time and for ever.
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "log/log_sinks.h"
+#include "net/net_socket.h"
+#include "support/log_capture.h"
+
+namespace {
+
+/// What a system call answers in place of the kernel.
+struct Scripted {
+  int error = 0;  // 0: the kernel answers
+  int times = 0;  // how often the error is given
+  int calls = 0;
+
+  bool fails() {
+    ++calls;
+    if (error == 0 || times == 0) return false;
+    --times;
+    errno = error;
+    return true;
+  }
+};
+
+Scripted g_receive, g_wait, g_send;
+
+/// The C library's own.
+template <typename Function>
+Function original(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// In place of the C library's in this executable.
+extern "C" int recvmmsg(int fd, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
+  if (g_receive.fails()) return -1;
+  static const auto call = original<decltype(&recvmmsg)>("recvmmsg");
+  return call(fd, messages, count, flags, timeout);
+}
+extern "C" int poll(pollfd* waits, nfds_t count, int timeout) {
+  if (g_wait.fails()) return -1;
+  static const auto call = original<decltype(&poll)>("poll");
+  return call(waits, count, timeout);
+}
+extern "C" ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* to,
+                          socklen_t length) {
+  if (g_send.fails()) return -1;
+  static const auto call = original<decltype(&sendto)>("sendto");
+  return call(fd, data, size, flags, to, length);
+}
+
+namespace {
+
+using cv::net::Socket;
+
+struct SocketFaults : testing::Test {
+  SocketFaults() {
+    g_receive = g_wait = g_send = {};
+    EXPECT_TRUE(m_receiver.open(0, INADDR_LOOPBACK) && m_sender.open(0, INADDR_LOOPBACK));
+    m_to = {AF_INET, htons(m_receiver.local_port()), {htonl(INADDR_LOOPBACK)}, {}};
+  }
+  bool send(const std::string& data) { return m_sender.send(m_to, data.data(), data.size()); }
+  std::string receive() {
+    unsigned char data[100];
+    const size_t size = m_receiver.read(data, sizeof data);
+    return std::string(data, data + size);
+  }
+
+  Socket m_receiver{std::make_unique<Socket::Buffer>()};
+  Socket m_sender;
+  sockaddr_in m_to{};
+};
+
+TEST_F(SocketFaults, AReceiveGoesOnAfterAnInterruptionAndEndsTheProcessAfterAnyOtherError) {
+  cv::test::LogCapture log;
+  for (Scripted* call : {&g_receive, &g_wait}) {
+    *call = {EINTR, 1, 0};
+    EXPECT_EQ(receive(), "") << "for a look at the stop flag";
+    EXPECT_TRUE(log.has_containing("]: system interrupted call"));
+    log.clear();
+    EXPECT_TRUE(send("packet"));
+    EXPECT_EQ(receive(), "packet");
+  }
+  g_receive = {EAGAIN, 3, 0};  // readable, and then not: a datagram with a bad checksum
+  EXPECT_TRUE(send("packet"));
+  EXPECT_EQ(receive(), "packet");
+  EXPECT_EQ(g_receive.calls, 4);
+  g_receive = g_wait = {};
+
+  cv::log::open_stdlog();
+  for (const int error : {ECONNREFUSED, ENOBUFS, ENOMEM, EMSGSIZE, ENETUNREACH, ENETDOWN,
+                          EHOSTUNREACH, EPERM, EBADF, ENOTCONN, ENOTSOCK, EFAULT, EINVAL, EIO}) {
+    const std::string line = "failed to read a data, error ." + std::to_string(error) + ".: ";
+    for (Scripted* call : {&g_receive, &g_wait}) {
+      *call = {error, -1, 0};
+      EXPECT_EXIT(receive(), testing::ExitedWithCode(255), line + strerror(error));
+      *call = {};
+    }
+  }
+}
+
+TEST_F(SocketFaults, ASendThatFailsIsOneCallOneLineAndTheNextOneWorks) {
+  for (const int error : {ECONNREFUSED, ENOBUFS, ENOMEM, EMSGSIZE, ENETUNREACH, ENETDOWN,
+                          EHOSTUNREACH, EPERM, EBADF, ENOTCONN, EAGAIN, EINTR, EACCES, EINVAL}) {
+    cv::test::LogCapture log;
+    g_send = {error, -1, 0};
+    EXPECT_FALSE(send("report"));
+    EXPECT_EQ(g_send.calls, 1) << "nobody tries a persistent error again and again";
+    EXPECT_EQ(log.texts().size(), 1u);
+    EXPECT_TRUE(log.has_containing("), error (" + std::to_string(error) + "): " + strerror(error)));
+    g_send = {};
+    EXPECT_TRUE(send("next"));
+    EXPECT_EQ(receive(), "next");
+  }
+  cv::test::LogCapture log;
+  EXPECT_FALSE(send(std::string(70000, 'x'))) << "more than a datagram holds";
+  EXPECT_TRUE(log.has_containing("), error (90): Message too long"));
+}
+
+TEST_F(SocketFaults, AFetchTakesABatchAndNeverWaits) {
+  EXPECT_FALSE(m_receiver.fetch());
+  for (const std::string text : {"a", "b", "c"}) EXPECT_TRUE(send(text));
+  g_receive = {EINTR, 1, 0};
+  EXPECT_FALSE(m_receiver.fetch());
+  g_receive = {};
+  std::string received;
+  while (m_receiver.fetch()) received += receive();
+  EXPECT_EQ(received, "abc");
+  EXPECT_EQ(g_receive.calls, 2) << "one for the three, one for what there is not";
+  EXPECT_EQ(g_wait.calls, 0);
+}
+
+TEST_F(SocketFaults, PacketsThatGatherComeInOneBatch) {
+  m_receiver.set_gathering(20000);
+  std::thread source([this] {
+    for (int i = 0; i < 10; ++i) EXPECT_TRUE(send("packet"));
+  });
+  EXPECT_EQ(receive(), "packet");
+  source.join();
+  for (int i = 1; i < 10; ++i) EXPECT_EQ(receive(), "packet");
+  // Tried at once, before the wait and after it; the rest only if the source was held up.
+  EXPECT_LE(g_wait.calls, 10);
+  EXPECT_LE(g_receive.calls, 2 * g_wait.calls + 1);
+}
+
+}  // namespace
