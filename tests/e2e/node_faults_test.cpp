@@ -1,6 +1,9 @@
 // A running node whose surroundings fail: the syslog daemon, the wall clock, a storm of signals.
 
+#include <atomic>
+#include <chrono>
 #include <signal.h>
+#include <thread>
 
 #include "e2e/node_fixture.h"
 
@@ -57,6 +60,35 @@ TEST_F(NodeFaults, CallsGoOnWhateverBecomesOfTheSyslogDaemon) {
   for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call), 1, all_features, 0);
   node().send_signal(SIGTERM);
   EXPECT_EQ(node().wait_exit(15), 0) << "a stop does not wait for it";
+}
+
+TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {
+  start_ready_node({known}, "media_receive_buffer_bytes=4194304");
+  std::atomic<bool> storm{true};
+  std::atomic<size_t> sent{0};
+  std::thread source([&] {
+    const int numbers[] = {SIGHUP, SIGUSR1, SIGUSR2};
+    auto next = std::chrono::steady_clock::now();
+    for (; storm; ++sent) {
+      node().send_signal(numbers[sent % 3]);
+      next += std::chrono::microseconds(100);
+      std::this_thread::sleep_until(next);
+    }
+  });
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  uint8_t call = 0;
+  do {
+    EXPECT_TRUE(call_is_analysed(++call));
+  } while (call < 100 && (sent < 10000 || std::chrono::steady_clock::now() < end));
+  EXPECT_GT(sent, 10000u);
+  node().send_signal(SIGTERM);
+  // Into the stop, but not beyond the process, which is reaped only afterwards.
+  const std::string requested = "SERVICE: application stop has been requested";
+  EXPECT_TRUE(eventually([&] { return node().output().find(requested) != std::string::npos; }));
+  storm = false;
+  source.join();
+  EXPECT_EQ(node().wait_exit(), 0);
+  EXPECT_EQ(node().output().find("the kernel dropped ("), std::string::npos) << "packets were lost";
 }
 
 }  // namespace
