@@ -102,6 +102,10 @@ bool Service::on_start() {
                        });
   messaging::EventDispatcher dispatcher(broker_settings(), events.handlers());
   dispatcher_made.set_value(&dispatcher);
+  if (!dispatcher.usable()) {
+    CV_LOG(ErrorMessage) << "SERVICE: the Kafka clients could not be made";
+    return false;
+  }
 
   if (!wait_for_first_database(events, dispatcher)) return true;
 
@@ -133,6 +137,7 @@ messaging::MessageBrokerSettings Service::broker_settings() {
   messaging::MessageBrokerSettings settings;
   settings.brokers = m_kafka_config->kafka_broker;
   settings.group_id = m_kafka_group;
+  settings.properties = m_kafka_properties;
   settings.topics = {m_kafka_config->kafka_topic_broadcast, m_kafka_topic};
   settings.on_timeout = [this] { m_database_dispatcher.on_event_timeout(); };
   settings.consume_timeout = consume_timeout_ms;

@@ -8,6 +8,7 @@
 #include "app/app_service.h"
 #include "conf/conf_kafka_configuration.h"
 #include "log/log.h"
+#include "messaging/messaging_client_properties.h"
 
 namespace cv::app {
 
@@ -31,6 +32,9 @@ class KafkaService : public Service<Configuration, std::integral_constant<bool, 
     log_kafka_versions();
     rc_ptr<conf::KafkaConfiguration> config(new conf::KafkaConfiguration);
     if (!config->parse_file(kafka_config_path())) return false;
+    auto properties = messaging::read_client_properties(config->kafka_properties_file);
+    if (!properties) return false;
+    m_kafka_properties = std::move(*properties);
     m_kafka_config = std::move(config);
     on_set_kafka_params(m_kafka_group, m_kafka_topic);
     CV_LOG(SystemMessage) << "SERVICE: kafka topic is set to [" << m_kafka_topic << "]";
@@ -43,6 +47,7 @@ class KafkaService : public Service<Configuration, std::integral_constant<bool, 
 
  protected:
   rc_ptr<conf::KafkaConfiguration> m_kafka_config;  // empty until loaded
+  messaging::ClientProperties m_kafka_properties;
   std::string m_kafka_group;
   std::string m_kafka_topic;
 };

@@ -136,6 +136,21 @@ class ConfigVersionExtension : public Base {
   std::unordered_map<std::string, uint64_t> m_config_versions;
 };
 
+/// Where further properties of the Kafka clients stand. Not they themselves: they hold secrets, and every
+/// setting applied is logged.
+template <typename Base>
+class KafkaPropertiesExtension : public Base {
+ public:
+  int set_value(const std::string& name, const std::string& value,
+                std::stringstream& error) override {
+    if (name != "kafka_properties_file") return Base::set_value(name, value, error);
+    kafka_properties_file = value;
+    return applied;
+  }
+
+  std::string kafka_properties_file;  // empty: none
+};
+
 template <typename Base>
 class KafkaExtenstion : public Base {
  public:

@@ -5,6 +5,6 @@
 
 namespace cv::conf {
 
-class KafkaConfiguration : public KafkaExtenstion<Configuration> {};
+class KafkaConfiguration : public KafkaExtenstion<KafkaPropertiesExtension<Configuration>> {};
 
 }  // namespace cv::conf

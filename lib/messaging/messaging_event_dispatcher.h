@@ -46,7 +46,8 @@ class EventDispatcher {
   /// Publishes one JSON event; blocks the caller while the broker sends.
   void dispatch(std::string topic, std::string json);
 
-  /// MessageBroker::assignments(). Not before the constructor has returned.
+  /// MessageBroker::usable(), MessageBroker::assignments(). Not before the constructor has returned.
+  bool usable() const { return m_broker->usable(); }
   uint64_t assignments() const { return m_broker->assignments(); }
 
   /// Consumer thread; public so that a body can be handed in without a broker behind it.

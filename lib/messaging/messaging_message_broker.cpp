@@ -37,26 +37,6 @@ constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
 constexpr milliseconds out_of_memory_pause{100};
-// How soon a subscribed topic is assigned that did not exist at the start. The library's own five
-// minutes would keep a new node waiting.
-constexpr const char* topic_refresh_interval_ms = "5000";
-// How soon the group lets go of a consumer that died, and its successor, a restarted node, gets the
-// topics. The default of library versions before 1.9; later ones take 45 s.
-constexpr const char* session_timeout_ms = "10000";
-// A heartbeat without an answer for session.timeout.ms breaks the connection, and with it a commit that
-// the deletion of the consumer would otherwise wait a minute for. At the default of three seconds a
-// stop could take as much longer.
-constexpr const char* heartbeat_interval_ms = "1000";
-
-// `value` is a text or a pointer to the callback interface that the property names.
-template <typename Value>
-bool set_property(RdKafka::Conf& conf, const char* name, Value value) {
-  std::string error;
-  if (conf.set(name, value, error) == RdKafka::Conf::CONF_OK) return true;
-  CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to setup \"" << name << "\": " << error;
-  return false;
-}
-
 }  // namespace
 
 MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::move(settings)) {
@@ -79,15 +59,13 @@ MessageBroker::~MessageBroker() {
 // consumer, which is polled all the time, reports the same outage as it happens. The price is that
 // the library writes the producer's own notices to standard error in its own layout.
 void MessageBroker::start_producer() {
-  const std::unique_ptr<RdKafka::Conf> conf(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
-  if (!set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
-      !set_property(*conf, "dr_cb", static_cast<RdKafka::DeliveryReportCb*>(this))) {
-    return;
-  }
+  const auto conf = producer_conf(m_settings.brokers, m_settings.properties, *this);
+  if (conf == nullptr) return;
   std::string error;
   m_producer = RdKafka::Producer::create(conf.get(), error);
   if (m_producer == nullptr) {
-    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create producer: " << error;
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create producer: "
+                         << without_secrets(error, m_settings.properties);
   }
 }
 
@@ -235,36 +213,14 @@ void MessageBroker::stop_consumer() {
 }
 
 bool MessageBroker::create_consumer() {
-  const std::unique_ptr<RdKafka::Conf> conf(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
-  if (conf == nullptr) {
-    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer configuration";
-    return false;
-  }
-  if (!set_property(*conf, "rebalance_cb", static_cast<RdKafka::RebalanceCb*>(this)) ||
-      !set_property(*conf, "enable.partition.eof", "true") ||
-      !set_property(*conf, "allow.auto.create.topics", "true") ||
-      !set_property(*conf, "group.id", m_settings.group_id) ||
-      !set_property(*conf, "metadata.broker.list", m_settings.brokers) ||
-      !set_property(*conf, "event_cb", static_cast<RdKafka::EventCb*>(this)) ||
-      !set_property(*conf, "topic.metadata.refresh.interval.ms", topic_refresh_interval_ms) ||
-      !set_property(*conf, "session.timeout.ms", session_timeout_ms) ||
-      !set_property(*conf, "heartbeat.interval.ms", heartbeat_interval_ms)) {
-    return false;
-  }
-  const std::unique_ptr<RdKafka::Conf> topic_conf(RdKafka::Conf::create(RdKafka::Conf::CONF_TOPIC));
-  if (topic_conf == nullptr) {
-    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create topic configuration";
-    return false;
-  }
-  if (!set_property(*topic_conf, "auto.offset.reset", "latest") ||
-      !set_property(*conf, "default_topic_conf",
-                    static_cast<const RdKafka::Conf*>(topic_conf.get()))) {
-    return false;
-  }
+  const auto conf =
+      consumer_conf(m_settings.brokers, m_settings.group_id, m_settings.properties, *this, *this);
+  if (conf == nullptr) return false;
   std::string error;
   m_consumer = RdKafka::KafkaConsumer::create(conf.get(), error);
   if (m_consumer == nullptr) {
-    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer: " << error;
+    CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to create consumer: "
+                         << without_secrets(error, m_settings.properties);
     return false;
   }
   for (const std::string& name : m_settings.topics) {
@@ -414,21 +370,22 @@ bool MessageBroker::is_topic_exist_at_broker(const std::string& topic) {
 }
 
 void MessageBroker::event_cb(RdKafka::Event& event) {
-  attempt([&event] { report_event(event); });
+  attempt([&] { report_event(event); });
 }
 
-void MessageBroker::report_event(const RdKafka::Event& event) {
+void MessageBroker::report_event(const RdKafka::Event& event) const {
+  const std::string text = without_secrets(event.str(), m_settings.properties);
   switch (event.type()) {
     case RdKafka::Event::EVENT_ERROR:
       CV_LOG(ErrorMessage) << "MESSAGE_BROKER: " << (event.fatal() ? "FATAL" : "") << " error ("
-                           << RdKafka::err2str(event.err()) << "): " << event.str();
+                           << RdKafka::err2str(event.err()) << "): " << text;
       break;
     case RdKafka::Event::EVENT_STATS:
-      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: STAT: " << event.str();
+      CV_LOG(ErrorMessage) << "MESSAGE_BROKER: STAT: " << text;
       break;
     case RdKafka::Event::EVENT_LOG:
       CV_LOG(InfoMessage) << "MESSAGE_BROKER: LOG-" << event.severity() << '-' << event.fac()
-                          << ": " << event.str();
+                          << ": " << text;
       break;
     case RdKafka::Event::EVENT_THROTTLE:
       CV_LOG(InfoMessage) << "MESSAGE_BROKER: THROTTLED: " << event.throttle_time() << "ms by "
@@ -436,7 +393,7 @@ void MessageBroker::report_event(const RdKafka::Event& event) {
       break;
     default:
       CV_LOG(InfoMessage) << "MESSAGE_BROKER: event (" << event.type() << ") \""
-                          << RdKafka::err2str(event.err()) << "\": " << event.str();
+                          << RdKafka::err2str(event.err()) << "\": " << text;
   }
 }
 

@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "messaging/messaging_client_properties.h"
 #include "messaging/messaging_partition_assignment.h"
 
 namespace cv::messaging {
@@ -29,6 +30,7 @@ namespace cv::messaging {
 struct MessageBrokerSettings {
   std::string brokers;              // "host:port,host:port"
   std::string group_id;             // consumer group
+  ClientProperties properties;      // the operator's, for producer and consumer
   std::vector<std::string> topics;  // to subscribe to; empty: no consumer
   /// Receives each plain body; the bytes live only during the call. Consumer thread.
   std::function<void(const unsigned char* data, size_t size)> on_message;
@@ -53,6 +55,10 @@ class MessageBroker : public RdKafka::RebalanceCb,
   MessageBroker(const MessageBroker&) = delete;
   MessageBroker& operator=(const MessageBroker&) = delete;
 
+  /// Whether there is a producer and, when there are topics, a consumer at work. Fixed for good, but that
+  /// a consumer may still end.
+  bool usable() const { return m_producer != nullptr && (m_settings.topics.empty() || m_running); }
+
   /// Compresses and publishes one message; blocks up to 5 seconds for its delivery, and up to 2
   /// more while the library's queue is full.
   void send(std::string topic, const unsigned char* data, size_t size);
@@ -76,7 +82,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
 
  private:
   static void report_delivery(const RdKafka::Message& message);
-  static void report_event(const RdKafka::Event& event);
+  void report_event(const RdKafka::Event& event) const;
   void start_producer();
   void flush_producer();
   void start_consumer();

@@ -40,9 +40,11 @@ class Configd {
   Configd(const ConfigdOptions& options, Site& site, StopSignals& stop)
       : m_options(options), m_site(site), m_stop(stop), m_pacer(options.rate_bytes) {}
 
-  void connect() {
+  /// False when there is no Kafka client to work with.
+  bool connect(const messaging::ClientProperties& properties) {
     messaging::MessageBrokerSettings settings;
     settings.brokers = m_options.brokers;
+    settings.properties = properties;
     settings.group_id = m_options.group;
     settings.topics = {m_options.request_topic};
     settings.on_message = [this](const unsigned char* data, size_t size) {
@@ -51,6 +53,7 @@ class Configd {
     settings.consume_timeout = 100;
     settings.interrupted = [this] { return m_stop.check(); };
     m_broker.emplace(std::move(settings));
+    return m_broker->usable();
   }
 
   /// Until the stop signal.
@@ -167,6 +170,8 @@ int run_configd(ConfigdOptions options) {
     return exit_failed;
   };
   fill_in(options);
+  const auto properties = messaging::read_client_properties(options.properties_path);
+  if (!properties) return exit_failed;
   StopSignals stop;
   std::string error;
   std::optional<Site> site;
@@ -177,9 +182,9 @@ int run_configd(ConfigdOptions options) {
       !replace_file(options.kafka_conf_path, kafka_conf_text(options.brokers, options), error)) {
     return fail(error);
   }
-  if (!embedded) create_topics(options.brokers, topics_of(options));
+  if (!embedded) create_topics(options.brokers, *properties, topics_of(options));
   Configd configd(options, *site, stop);
-  configd.connect();
+  if (!configd.connect(*properties)) return fail("the Kafka clients could not be made");
   const Snapshot& now = site->snapshot();
   CV_LOG(SystemMessage) << "CONFIGD: ready with " << now.packets.size()
                         << " sample(s), sample configuration version (" << now.sample_version
@@ -207,6 +212,11 @@ void add_configd_command(CLI::App& app, int& status) {
   auto* embedded = command->add_flag("--embedded-broker", options->embedded_broker,
                                      "be the Kafka broker too; for demos and tests");
   brokers->excludes(embedded);
+  command
+      ->add_option("--kafka-properties", options->properties_path,
+                   "file of librdkafka properties (TLS, SASL, ...), one property=value a line")
+      ->check(CLI::ExistingFile)
+      ->excludes(embedded);
   command->add_option("--node-topic", options->node_topics,
                       "a node's own topic, to be made before the node asks; may be repeated");
   command->add_option("--write-kafka-conf", options->kafka_conf_path,

@@ -18,6 +18,7 @@ struct ConfigdOptions {
   std::string state_path;  // empty: the rules file's with ".state" appended
   SampleSettings settings{};
   std::string brokers;
+  std::string properties_path;  // of the Kafka clients; empty: none
   bool embedded_broker = false;
   // Made up front: a node that subscribes to a topic before it exists may take minutes to notice it.
   std::vector<std::string> node_topics;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <librdkafka/rdkafka.h>
+#include <librdkafka/rdkafkacpp.h>
 #include <memory>
 
 #include "log/log.h"
@@ -31,15 +32,18 @@ void warn(const std::string& what, const char* reason) {
   CV_LOG(WarningMessage) << "CONFIGD: " << what << " cannot be made: " << reason;
 }
 
-Client make_client(const std::string& brokers) {
+Client make_client(const std::string& brokers, const messaging::ClientProperties& properties) {
+  const std::unique_ptr<RdKafka::Conf> prepared(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
+  std::string refusal;
+  prepared->set("bootstrap.servers", brokers, refusal);
+  if (!messaging::set_client_properties(*prepared, properties)) return nullptr;
   std::array<char, 512> error{};
-  rd_kafka_conf_t* conf = rd_kafka_conf_new();
-  rd_kafka_conf_set(conf, "bootstrap.servers", brokers.c_str(), error.data(), error.size());
+  rd_kafka_conf_t* conf = rd_kafka_conf_dup(prepared->c_ptr_global());
   // The client takes the settings over only when it comes into being.
   Client client(rd_kafka_new(RD_KAFKA_PRODUCER, conf, error.data(), error.size()));
   if (client) return client;
   rd_kafka_conf_destroy(conf);
-  warn("topics", error.data());
+  warn("topics", messaging::without_secrets(error.data(), properties).c_str());
   return nullptr;
 }
 
@@ -63,8 +67,9 @@ void warn_of_failures(rd_kafka_event_t* reply) {
 
 }  // namespace
 
-void create_topics(const std::string& brokers, const std::vector<std::string>& topics) {
-  const Client client = make_client(brokers);
+void create_topics(const std::string& brokers, const messaging::ClientProperties& properties,
+                   const std::vector<std::string>& topics) {
+  const Client client = make_client(brokers, properties);
   if (!client) return;
   std::array<char, 512> error{};
   std::vector<Topic> owned;

@@ -1,0 +1,107 @@
+// A site on a real Kafka broker: the broker (scripts/kafka), configd with a folder of recordings, a
+// node, and calls to it. What is started ends with the object; everything is on 127.0.0.1.
+#pragma once
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "net/net_socket.h"
+#include "support/child_process.h"
+#include "support/packet_builder.h"
+#include "support/recordings.h"
+#include "support/sandbox.h"
+#include "support/udp_receiver.h"
+
+namespace cv::test {
+
+/// Runs scripts/kafka on the broker in this folder; what it printed. Throws when it fails.
+std::string kafka_script(const std::string& command, const std::string& folder);
+
+/// A broker of the test's own.
+class KafkaBroker {
+ public:
+  /// `settings` are the broker's, KEY=VALUE.
+  explicit KafkaBroker(const std::vector<std::string>& settings = {});
+  ~KafkaBroker();
+  KafkaBroker(const KafkaBroker&) = delete;
+  KafkaBroker& operator=(const KafkaBroker&) = delete;
+
+  /// "127.0.0.1:PORT"; the same after kill() and up().
+  const std::string& address() const { return m_address; }
+  /// Files that go with the broker.
+  const TemporaryFolder& folder() const { return m_folder; }
+
+  /// Starts it, or starts it again; returns when it answers.
+  void up(const std::vector<std::string>& settings = {});
+  void kill() { kafka_script("kill", m_folder / "broker"); }
+  void pause() { kafka_script("pause", m_folder / "broker"); }
+  void resume() { kafka_script("resume", m_folder / "broker"); }
+
+ private:
+  TemporaryFolder m_folder;
+  std::string m_address;
+};
+
+/// configd and one node; topics of their own, which do not exist yet.
+class KafkaSite {
+ public:
+  /// The settings file of the node names `properties_file` when it is not empty.
+  explicit KafkaSite(const std::string& broker, const std::string& properties_file = "");
+  /// A second node on the same topics, without a manager of its own.
+  explicit KafkaSite(const KafkaSite& first)
+      : KafkaSite(first.m_broker, first.m_properties_file, first.m_request_topic,
+                  first.m_broadcast_topic) {}
+  KafkaSite& operator=(const KafkaSite&) = delete;
+
+  void add_recording(const Recording& recording);
+  void start_node();
+  /// SIGTERM, then status 0 within the limit of a stop.
+  void stop_node();
+  /// Returns when it answers requests.
+  void start_manager(const std::vector<std::string>& options = {});
+
+  ChildProcess& node() { return *m_node; }
+  ChildProcess& manager() { return *m_manager; }
+  bool node_logged(const std::string& text, size_t from = 0) {
+    return m_node->wait_for_output(text, from);
+  }
+  /// Whether the node has built a database of this many samples, none of them missing.
+  bool node_is_loaded(size_t samples);
+  /// Waits for that.
+  bool node_loaded(size_t samples, int seconds = 30);
+  /// The node has its database, and its media port is open.
+  bool node_is_ready() { return node_logged("PACKETS_READER: thread ["); }
+
+  /// A call whose originator hears this; rule 1.
+  void start_call(const CallPackets& call);
+  void send_audio(const CallPackets& call, std::span<const int16_t> samples, uint32_t first_seq);
+  /// Whether a finding of this recording on this call has come, or comes within 30 s.
+  bool reported(const CallPackets& call, const Recording& recording);
+  /// Whether a call of its own, with all of the recording, is recognised.
+  bool finds(const Recording& recording, uint8_t call_number);
+
+  uint16_t media_port() const { return m_media_port; }
+
+ private:
+  KafkaSite(const std::string& broker, const std::string& properties_file,
+            const std::string& request_topic, const std::string& broadcast_topic);
+  void send(const media::Datagram& datagram);
+
+  const std::string m_broker;
+  const std::string m_properties_file;
+  const uint16_t m_media_port;
+  const std::string m_request_topic;
+  const std::string m_broadcast_topic;
+  Sandbox m_sandbox;
+  TemporaryFolder m_recordings;
+  UdpReceiver m_reports;
+  net::Socket m_sender;
+  std::unique_ptr<ChildProcess> m_manager;
+  std::unique_ptr<ChildProcess> m_node;
+};
+
+}  // namespace cv::test

@@ -1,0 +1,143 @@
+// A real broker that fails under a running node: calls are analysed and reported all the while, and the
+// control plane comes back by itself. Each test prints how long that took.
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+#include "e2e/kafka_site.h"
+
+namespace cv::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void print_recovery(const char* what, Clock::time_point since) {
+  std::printf("RECOVERY %s: %.1f s\n", what,
+              std::chrono::duration<double>(Clock::now() - since).count());
+}
+
+/// Calls one after the other, in real time and with a pause, until stopped; each plays the recording.
+class SteadyCalls {
+ public:
+  SteadyCalls(KafkaSite& site, const Recording& recording)
+      : m_site(site), m_recording(recording), m_thread([this] { run(); }) {}
+
+  /// Ends the last call and expects a finding on each of them.
+  void finish() {
+    m_running = false;
+    m_thread.join();
+    EXPECT_GT(m_calls, 0);
+    for (int call = 0; call < m_calls; ++call) {
+      EXPECT_TRUE(m_site.reported(CallPackets(number(call)), m_recording)) << "call " << call;
+    }
+    std::printf("CALLS %d\n", m_calls);
+  }
+
+ private:
+  static uint8_t number(int call) { return static_cast<uint8_t>(100 + call); }
+
+  void run() {
+    do {
+      const CallPackets call(number(m_calls++));
+      m_site.start_call(call);
+      constexpr size_t packet_samples = 160;
+      uint32_t seq = 1;
+      for (size_t at = 0; at < m_recording.samples.size(); at += packet_samples, ++seq) {
+        const size_t count = std::min(packet_samples, m_recording.samples.size() - at);
+        m_site.send_audio(call, std::span(m_recording.samples).subspan(at, count), seq);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      }
+    } while (m_running);
+  }
+
+  KafkaSite& m_site;
+  const Recording m_recording;
+  std::atomic<bool> m_running{true};
+  int m_calls = 0;
+  std::thread m_thread;
+};
+
+class NodeKafkaFaults : public testing::Test {
+ protected:
+  NodeKafkaFaults() : m_prompts(english_prompts(8000)), m_site(m_broker.address()) {}
+
+  /// Calls run through the fault; after it a new recording reaches the node.
+  void survive(const char* what, const std::function<void()>& fault,
+               const std::function<void()>& recovery) {
+    m_site.add_recording(m_prompts[0]);
+    m_site.start_manager();
+    m_site.start_node();
+    ASSERT_TRUE(m_site.node_is_ready()) << m_site.node().output();
+    ASSERT_TRUE(m_site.finds(m_prompts[0], 1));
+    SteadyCalls calls(m_site, m_prompts[0]);
+    fault();
+    // The manager wants to announce it, and cannot yet.
+    m_site.add_recording(m_prompts[1]);
+    recovery();
+    const auto since = Clock::now();
+    EXPECT_TRUE(m_site.node_loaded(2, 90)) << m_site.node().output();
+    print_recovery(what, since);
+    EXPECT_TRUE(m_site.finds(m_prompts[1], 2));
+    calls.finish();
+    m_site.stop_node();
+  }
+
+  const std::vector<Recording> m_prompts;
+  KafkaBroker m_broker;
+  KafkaSite m_site;
+};
+
+TEST_F(NodeKafkaFaults, KilledAndStartedAgainWhileCallsRun) {
+  survive(
+      "broker killed", [&] { m_broker.kill(); },
+      [&] {
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        m_broker.up();
+      });
+}
+
+TEST_F(NodeKafkaFaults, StoppedInItsTracksForHalfAMinuteWhileCallsRun) {
+  survive(
+      "broker stopped for 30 s", [&] { m_broker.pause(); },
+      [&] {
+        std::this_thread::sleep_for(std::chrono::seconds(30));
+        m_broker.resume();
+      });
+}
+
+TEST_F(NodeKafkaFaults, StoppedInItsTracksWhileTheNodeStops) {
+  m_site.add_recording(m_prompts[0]);
+  m_site.start_manager();
+  m_site.start_node();
+  ASSERT_TRUE(m_site.node_is_ready()) << m_site.node().output();
+  m_broker.pause();
+  m_site.stop_node();
+}
+
+TEST_F(NodeKafkaFaults, KilledAndStartedAgainWhileADatabaseLoads) {
+  constexpr size_t count = 150;
+  for (size_t i = 0; i < count; ++i) m_site.add_recording(m_prompts[i]);
+  // Slowly enough that the broker goes down in the midst of it.
+  m_site.start_manager({"--rate", "80000"});
+  m_site.start_node();
+  ASSERT_TRUE(m_site.node_logged("DATABASE_DISPATCHER: received sample ("))
+      << m_site.node().output();
+  m_broker.kill();
+  ASSERT_FALSE(m_site.node_is_loaded(count)) << "that was too late";
+  m_broker.up();
+  const auto since = Clock::now();
+  // What did not come in time is built in later.
+  EXPECT_TRUE(m_site.node_loaded(count, 120)) << m_site.node().output();
+  print_recovery("broker killed while loading", since);
+  for (size_t i : {size_t{0}, count - 1}) {
+    EXPECT_TRUE(m_site.finds(m_prompts[i], static_cast<uint8_t>(1 + i))) << m_prompts[i].name;
+  }
+  m_site.stop_node();
+}
+
+}  // namespace
+}  // namespace cv::test
