@@ -37,6 +37,7 @@ constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
 constexpr milliseconds out_of_memory_pause{100};
+
 }  // namespace
 
 MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::move(settings)) {

@@ -86,10 +86,10 @@ void KafkaSite::add_recording(const Recording& recording) {
   write_sound(m_recordings / (flat_name(recording) + ".wav"), recording.samples, 8000, 1);
 }
 
-void KafkaSite::start_node() {
+void KafkaSite::start_node(const std::string& settings) {
   m_node = std::make_unique<ChildProcess>(
       m_sandbox, std::vector<std::string>{executable("corvanthmedianode"), "--args",
-                                          "port=" + std::to_string(m_media_port)});
+                                          "port=" + std::to_string(m_media_port) + "," + settings});
 }
 
 void KafkaSite::stop_node() {

@@ -58,7 +58,8 @@ class KafkaSite {
   KafkaSite& operator=(const KafkaSite&) = delete;
 
   void add_recording(const Recording& recording);
-  void start_node();
+  /// `settings`: more --args pairs.
+  void start_node(const std::string& settings = "");
   /// SIGTERM, then status 0 within the limit of a stop.
   void stop_node();
   /// Returns when it answers requests.
@@ -85,6 +86,8 @@ class KafkaSite {
   bool finds(const Recording& recording, uint8_t call_number);
 
   uint16_t media_port() const { return m_media_port; }
+  const std::string& broker() const { return m_broker; }
+  const std::string& request_topic() const { return m_request_topic; }
 
  private:
   KafkaSite(const std::string& broker, const std::string& properties_file,
