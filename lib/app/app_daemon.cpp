@@ -110,7 +110,7 @@ bool become_daemon(const DaemonModeArgs& args) {
 
 }  // namespace
 
-void switch_to_daemon_mode(DaemonModeArgs args) {
+void switch_to_daemon_mode(const DaemonModeArgs& args) {
   CV_LOG(SystemMessage) << "DAEMON: starting application in daemon mode";
   // What is still buffered would be written by both processes.
   fflush(nullptr);

@@ -23,6 +23,6 @@ struct DaemonModeArgs {
 /// process with 1 when it cannot become a daemon; both after an ERROR line. A log file that cannot
 /// be opened is an ERROR line too, but the daemon runs on: its log is in syslog. The process must be
 /// single-threaded.
-void switch_to_daemon_mode(DaemonModeArgs args);
+void switch_to_daemon_mode(const DaemonModeArgs& args);
 
 }  // namespace cv::app

@@ -19,7 +19,8 @@ constexpr uint32_t frames_around =
 uint32_t ring_length(const VoteLayout::Sample& sample) {
   const uint64_t frames = uint64_t{sample.longest_offset} + frames_around;
   // What any recording of some seconds has is free.
-  const uint64_t most = 4 * cache_line_bytes + VoteLayout::max_ring_bytes_a_point * sample.points;
+  const uint64_t most =
+      uint64_t{4} * cache_line_bytes + VoteLayout::max_ring_bytes_a_point * sample.points;
   if (frames > most || frames > std::numeric_limits<int32_t>::max() / 2) return 0;
   return std::max(static_cast<uint32_t>(std::bit_ceil(frames)), cache_line_bytes);
 }

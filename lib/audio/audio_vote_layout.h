@@ -72,7 +72,7 @@ class VoteLayout {
   static constexpr uint32_t max_ring_drift_frames = 8;
   static constexpr uint64_t max_ring_bytes_a_point = 64;
   /// Of a chunk with more than one sample.
-  static constexpr uint64_t max_chunk_ring_bytes = 16 * 1024;
+  static constexpr uint64_t max_chunk_ring_bytes = uint64_t{16} * 1024;
 
   struct Sample {
     uint32_t longest_offset = 0;

@@ -47,14 +47,14 @@ EventDispatcher::EventDispatcher(MessageBrokerSettings settings, Handlers handle
   m_constructed.count_down();
 }
 
-void EventDispatcher::dispatch(std::string topic, std::string json) {
+void EventDispatcher::dispatch(const std::string& topic, const std::string& json) {
   std::vector<unsigned char> body;
   body.reserve(json.size() + 1);
   body.push_back(static_cast<unsigned char>(BodyKind::json));
   body.insert(body.end(), json.begin(), json.end());
   CV_LOG(SystemMessage) << "EVENT_DISPATCHER: dispatch to [" << topic << "]: " << json;
   m_constructed.wait();
-  m_broker->send(std::move(topic), body.data(), body.size());
+  m_broker->send(topic, body.data(), body.size());
 }
 
 void EventDispatcher::on_message(const unsigned char* data, size_t size) {

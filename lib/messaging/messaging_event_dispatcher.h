@@ -44,7 +44,7 @@ class EventDispatcher {
   EventDispatcher& operator=(const EventDispatcher&) = delete;
 
   /// Publishes one JSON event; blocks the caller while the broker sends.
-  void dispatch(std::string topic, std::string json);
+  void dispatch(const std::string& topic, const std::string& json);
 
   /// MessageBroker::usable(), MessageBroker::assignments(). Not before the constructor has returned.
   bool usable() const { return m_broker->usable(); }

@@ -81,7 +81,7 @@ void MessageBroker::flush_producer() {
   m_producer = nullptr;
 }
 
-void MessageBroker::send(std::string topic, const unsigned char* data, size_t size) {
+void MessageBroker::send(const std::string& topic, const unsigned char* data, size_t size) {
   if (unsigned char* body = compress(data, size)) publish(topic, body, size);
 }
 

@@ -61,7 +61,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
 
   /// Compresses and publishes one message; blocks up to 5 seconds for its delivery, and up to 2
   /// more while the library's queue is full.
-  void send(std::string topic, const unsigned char* data, size_t size);
+  void send(const std::string& topic, const unsigned char* data, size_t size);
   /// As send(), for a body that is a zlib stream already; takes a copy.
   void send_compressed(const std::string& topic, const unsigned char* body, size_t size);
 

@@ -155,7 +155,7 @@ bool Socket::wait_for_data() {
 // alone and wait again: most of its time would go into waking up.
 void Socket::let_gather() const {
   if (m_gather_us == 0) return;
-  const timespec pause{0, m_gather_us * 1000};
+  const timespec pause{0, 1000L * m_gather_us};
   clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
 }
 

@@ -99,16 +99,14 @@ bool OfflineNode::run(CallSchedule& call, const OnReport& on_report,
 
 /// As the packet reader hands packets on. Not through it: it would trace every call to syslog.
 void OfflineNode::deliver(media::Datagram& datagram) {
-  const auto pass = [&]<typename Packet>(Packet*) {
-    m_pipeline.manager().on_packet(*reinterpret_cast<Packet*>(datagram.data()));
-  };
+  auto& manager = m_pipeline.manager();
   switch (reinterpret_cast<const media::PacketHeader*>(datagram.data())->type) {
     case media::PACKET_START:
-      return pass(static_cast<media::StartPacket*>(nullptr));
+      return manager.on_packet(*reinterpret_cast<media::StartPacket*>(datagram.data()));
     case media::PACKET_DATA:
-      return pass(static_cast<media::DataPacket*>(nullptr));
+      return manager.on_packet(*reinterpret_cast<media::DataPacket*>(datagram.data()));
     case media::PACKET_TERM:
-      return pass(static_cast<media::TerminatePacket*>(nullptr));
+      return manager.on_packet(*reinterpret_cast<media::TerminatePacket*>(datagram.data()));
     default:
       break;  // a schedule holds no others
   }

@@ -30,7 +30,7 @@ media::Uuid load_uuid(uint64_t run, uint32_t call) {
 }
 
 LoadSender::LoadSender(const LoadPlan& plan, const std::vector<CallScript>& scripts,
-                       LoadCalls calls, int descriptor, int64_t start_us)
+                       const LoadCalls& calls, int descriptor, int64_t start_us)
     : m_plan(plan),
       m_scripts(scripts),
       m_calls(calls),

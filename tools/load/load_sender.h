@@ -33,7 +33,7 @@ class LoadSender : public Thread {
  public:
   /// Borrows plan and scripts. `descriptor`: a UDP socket connected to the node, borrowed.
   /// `start_us`: tick 0 on steady_clock().
-  LoadSender(const LoadPlan& plan, const std::vector<CallScript>& scripts, LoadCalls calls,
+  LoadSender(const LoadPlan& plan, const std::vector<CallScript>& scripts, const LoadCalls& calls,
              int descriptor, int64_t start_us);
 
   void run() override;
