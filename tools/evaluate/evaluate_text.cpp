@@ -172,20 +172,19 @@ std::string evaluation_table(const EvaluationView& view) {
 
 std::string recommendation_text(const EvaluationView& view, const ThresholdChoice& choice,
                                 double false_per_hour) {
-  std::vector<std::size_t> sorted = choice.levels;
-  std::sort(sorted.begin(), sorted.end());
-  const auto threshold = [&](std::size_t i) { return view.plan.thresholds[sorted[i]]; };
+  const auto [least, most] = std::minmax_element(choice.levels.begin(), choice.levels.end());
   const double hours = view.result.background_hours();
   const double bound = highest_likely_rate(choice.false_findings, hours);
-  std::string text =
-      format("a threshold for every sample, for at most %g false finding(s) an hour: ",
-             false_per_hour) +
-      format("%g to %g, half of them up to %g\n", threshold(0), threshold(sorted.size() - 1),
-             threshold((sorted.size() - 1) / 2)) +
-      format("  %llu false finding(s) in %.2f h of background: below %.2f an hour at 95 %%\n",
-             static_cast<unsigned long long>(choice.false_findings), hours, bound) +
-      format("  chosen on each half of the background, counted on the other: %llu in %.2f h\n",
-             static_cast<unsigned long long>(choice.tried_findings), choice.tried_hours);
+  std::string text = format("thresholds for at most %g false finding(s) an hour: %g",
+                            false_per_hour, view.plan.thresholds[*least]);
+  if (choice.raised > 0) {
+    text += format(", up to %g for %zu of %zu samples", view.plan.thresholds[*most], choice.raised,
+                   choice.levels.size());
+  }
+  text += format("\n  %llu false finding(s) in %.2f h of background: below %.2f an hour at 95 %%\n",
+                 static_cast<unsigned long long>(choice.false_findings), hours, bound) +
+          format("  chosen on each half of the background, counted on the other: %llu\n",
+                 static_cast<unsigned long long>(choice.tried_findings));
   if (bound > false_per_hour) {
     text += "  the background is too short to be sure of that: ";
     text += false_per_hour == 0

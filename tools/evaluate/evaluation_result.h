@@ -33,6 +33,7 @@ class EvaluationResult {
   /// In the order of the calls.
   void add(const CallOutcome& outcome);
 
+  std::size_t conditions() const { return m_conditions; }
   std::size_t samples() const { return m_samples; }
   std::size_t levels() const { return m_levels; }
   double background_hours() const { return m_background_hours[0] + m_background_hours[1]; }
