@@ -109,6 +109,7 @@ TEST_F(EvaluateCommand, JudgesLabelledRecordings) {
       {"#\na.wav\toriginator\tp99\t1\n", "truth.tsv: line 2: the rule looks for no sample \"p99\""},
       {"c.wav\toriginator\tp4\t1\n", "truth.tsv: line 1: there is no recording"},
       {"b.wav\toriginator\tp1\t0\nb.wav\tterminator\tp1\t0\n", "b.wav: it has one channel"},
+      {"b.wav\toriginator\tp1\t900\n", "b.wav: p1 is said to start behind its end"},
       {"truth.tsv\toriginator\tp1\t0\n", "truth.tsv: "},
   };
   for (const auto& row : table) {

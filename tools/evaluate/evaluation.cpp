@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 
@@ -93,6 +94,11 @@ CallOutcome Evaluation::evaluate(const EvaluatedCall& call, std::size_t number) 
   CallOutcome out;
   const AudioChannels channels = call.read();
   for (const SideChannel& each : channels_of(call, channels.size())) {
+    for (const PlayedSample& play : each.side->plays) {
+      if (play.begin < channels[each.channel].size()) continue;
+      throw std::runtime_error(call.name + ": " + m_set.samples()[play.position].name +
+                               " is said to start behind its end");
+    }
     evaluate_side(*each.side, channels[each.channel],
                   m_plan.seed * 0x9E3779B97F4A7C15 + 2 * number + each.channel, out);
   }

@@ -70,7 +70,7 @@ class Evaluation {
       : m_plan(plan), m_set(set), m_databases(databases) {}
 
   /// The call `number` of all, which its random numbers depend on. Any thread. Throws what reading the
-  /// call throws.
+  /// call throws, and std::runtime_error when a sample is said to start behind the recording's end.
   CallOutcome evaluate(const EvaluatedCall& call, std::size_t number) const;
 
  private:
