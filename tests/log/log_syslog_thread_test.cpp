@@ -114,7 +114,7 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
 
 TEST(SyslogThread, AStopGivesUpADaemonThatHangsAndNobodyCallsTheLibraryAgain) {
   Daemon& daemon = the_daemon();
-  auto* const thread = new SyslogThread;  // its own thread outlives the test
+  static auto* const thread = new SyslogThread;  // its own thread outlives the test
   thread->start();
   daemon.hang(true);
   thread->write(1, "hangs");
