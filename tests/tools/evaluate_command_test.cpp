@@ -42,6 +42,7 @@ class EvaluateCommand : public testing::Test {
                                     m_folder / "samples", "--rules",  m_rules};
     all.insert(all.end(), arguments.begin(), arguments.end());
     std::vector<const char*> argv;
+    argv.reserve(all.size());
     for (const std::string& argument : all) argv.push_back(argument.c_str());
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
