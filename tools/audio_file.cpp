@@ -149,10 +149,12 @@ bool convert(SNDFILE* sound, const SF_INFO& info, AudioChannels& out, const Spli
 
 }  // namespace
 
-std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error) {
+std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error,
+                                               SourceFormat* format) {
   SF_INFO info{};
   const Sound sound = open_sound(path, info, error);
   if (!sound) return std::nullopt;
+  if (format) *format = {info.samplerate, info.channels};
   AudioChannels mono(1);
   const auto channels = static_cast<std::size_t>(info.channels);
   const auto split = [channels](const std::vector<float>& frames, std::size_t count,

@@ -14,10 +14,18 @@ namespace cv::tools {
 
 inline constexpr int audio_rate_hz = 8000;
 
+/// What a file held before it was converted.
+struct SourceFormat {
+  int rate_hz = 0;
+  int channels = 0;
+};
+
 /// Reads any file that libsndfile knows. Channels are averaged; another rate is converted with soxr
 /// (high quality, no dither: the same file always gives the same samples).
 /// Empty, with the reason in `error`, when the file cannot be opened or ends before its header says.
-std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error);
+/// `format`, if given, is set once the file is open.
+std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error,
+                                               SourceFormat* format = nullptr);
 
 /// By channel, all of one length.
 using AudioChannels = std::vector<std::vector<int16_t>>;

@@ -17,6 +17,7 @@ int run_command_line(int argc, const char* const* argv) {
   int status = exit_done;
   add_fingerprint_command(app, status);
   add_inspect_command(app, status);
+  add_lint_command(app, status);
   add_configd_command(app, status);
   add_play_command(app, status);
   add_listen_command(app, status);

@@ -19,6 +19,7 @@ int run_command_line(int argc, const char* const* argv);
 /// throws CLI::ValidationError.
 void add_fingerprint_command(CLI::App& app, int& status);
 void add_inspect_command(CLI::App& app, int& status);
+void add_lint_command(CLI::App& app, int& status);
 void add_configd_command(CLI::App& app, int& status);
 void add_play_command(CLI::App& app, int& status);
 void add_listen_command(CLI::App& app, int& status);

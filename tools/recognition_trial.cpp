@@ -1,19 +1,40 @@
 #include "tools/recognition_trial.h"
 
+#include <cmath>
 #include <utility>
 
 namespace cv::tools {
 
 namespace {
 
-/// What is announced is of no interest here.
-class Deaf : public audio::SamplesDetectorCallback {
+/// Keeps the announcement with the highest score.
+class Highest : public audio::SamplesDetectorCallback {
  public:
-  void on_sample_detected(audio::Match, void*) override {}
+  void on_sample_detected(audio::Match match, void*) override {
+    if (peak && match.score <= peak->score) return;
+    peak = PeakMatch{match.score, match.offset, frame, match.start, match.end};
+  }
+
+  uint32_t frame = 0;  // of the point at hand
+  std::optional<PeakMatch> peak;
 };
 
-// Every best match is to be seen, however bad.
-constexpr double least_threshold = 1e-6;
+/// The highest score announced at this threshold: a shift is announced once, so it may have got higher.
+std::optional<PeakMatch> highest_announced(const Points& sample, const Points& stream,
+                                           unsigned drift_frames, double threshold) {
+  audio::SamplesDetector detector;
+  detector.set_database(new audio::HashDatabase({make_hash_sample(1, {}, threshold, sample)}));
+  detector.set_drift(static_cast<uint8_t>(drift_frames));
+  Highest highest;
+  for (const audio::HashPoint& point : stream) {
+    highest.frame = point.offset;
+    detector.handle_hash(point, highest, nullptr);
+  }
+  return highest.peak;
+}
+
+// The lowest score that there is above 0 is log2 of a ratio of whole numbers above 1.
+constexpr double least_threshold = 1e-9;
 
 }  // namespace
 
@@ -30,21 +51,11 @@ audio::HashSample make_hash_sample(uint32_t id, std::string name, double thresho
 
 std::optional<PeakMatch> peak_match(const Points& sample, const Points& stream,
                                     unsigned drift_frames) {
-  audio::SamplesDetector detector;
-  detector.set_database(
-      new audio::HashDatabase({make_hash_sample(1, {}, least_threshold, sample)}));
-  detector.set_drift(static_cast<uint8_t>(drift_frames));
-  Deaf deaf;
   std::optional<PeakMatch> peak;
-  std::vector<audio::Match> best;
-  for (const audio::HashPoint& point : stream) {
-    detector.handle_hash(point, deaf, nullptr);
-    best.clear();
-    detector.get_match(best);
-    // A score falls while other shifts are voted for: the highest one is that of the moment.
-    if (best.empty() || (peak && best.front().score <= peak->score)) continue;
-    const audio::Match& match = best.front();
-    peak = PeakMatch{match.score, match.offset, point.offset, match.start, match.end};
+  double threshold = least_threshold;
+  while (const auto higher = highest_announced(sample, stream, drift_frames, threshold)) {
+    peak = higher;
+    threshold = std::nextafter(peak->score, HUGE_VAL);
   }
   return peak;
 }

@@ -22,7 +22,7 @@ struct PeakMatch {
   uint32_t end_frame = 0;
 };
 
-/// `stream` ascends by frame. Empty when no point of it votes for the sample.
+/// `stream` ascends by frame. Empty when no score is above 0.
 std::optional<PeakMatch> peak_match(const Points& sample, const Points& stream,
                                     unsigned drift_frames);
 

@@ -42,6 +42,8 @@ TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
       {2, {"fingerprint", "--phases", "129", m_file}, {}},
       {2, {"fingerprint", "-o", "x", m_file, m_file}, {}},
       {1, {"inspect", m_file}, {}},
+      {2, {"lint", "--samples", m_folder.path(), "--rules", m_file, "--ignore", "nothing"}, {}},
+      {1, {"lint", "--samples", m_folder.path(), "--rules", m_file}, {}},
       {2, play, {"--uuid", "12", m_file}},
       {1, play, {"/nonexistent.wav"}},
       {2, {"listen", "--port", "65536"}, {}},

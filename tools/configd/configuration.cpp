@@ -19,8 +19,8 @@ SampleEntry make_entry(const Rule& rule, const SampleUse& use, const std::string
 /// The uses of one rule, by recording.
 using Uses = std::map<std::string, const SampleUse*>;
 
-void complain(Configuration& out, const Rule& rule, const std::string& text) {
-  out.complaints.push_back("rule " + std::to_string(rule.id) + ": " + text);
+void complain(Configuration& out, const Rule& rule, const SampleUse& use, const std::string& text) {
+  out.complaints.push_back({Complaint::Kind::missing, rule.id, use.file, text});
 }
 
 Uses find_uses(const Rule& rule, const std::map<std::string, uint32_t>& ids, Configuration& out) {
@@ -29,7 +29,7 @@ Uses find_uses(const Rule& rule, const std::map<std::string, uint32_t>& ids, Con
     if (ids.count(use.file)) {
       uses[use.file] = &use;
     } else if (!is_pattern(use.file)) {
-      complain(out, rule, "there is no usable recording \"" + use.file + "\"");
+      complain(out, rule, use, "there is no usable recording \"" + use.file + "\"");
     }
   }
   for (const SampleUse& use : rule.samples) {
@@ -40,7 +40,7 @@ Uses find_uses(const Rule& rule, const std::map<std::string, uint32_t>& ids, Con
       matched = true;
       uses.try_emplace(file, &use);
     }
-    if (!matched) complain(out, rule, "no recording matches \"" + use.file + "\"");
+    if (!matched) complain(out, rule, use, "no recording matches \"" + use.file + "\"");
   }
   return uses;
 }
@@ -51,9 +51,10 @@ void drop_repeated(Configuration& out) {
   for (SampleEntry& entry : out.samples) {
     if (!kept.empty() && kept.back().rule_id == entry.rule_id &&
         kept.back().sample_id == entry.sample_id) {
-      out.complaints.push_back("rule " + std::to_string(entry.rule_id) + ": \"" +
-                               entry.sample_name + "\" holds the same audio as \"" +
-                               kept.back().sample_name + "\" and is reported under that name");
+      out.complaints.push_back({Complaint::Kind::same_audio, entry.rule_id, entry.sample_name,
+                                "\"" + entry.sample_name + "\" holds the same audio as \"" +
+                                    kept.back().sample_name +
+                                    "\" and is reported under that name"});
       continue;
     }
     kept.push_back(std::move(entry));

@@ -1,6 +1,7 @@
 // Rules and recordings brought together: the entries that nodes are told.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -11,11 +12,25 @@
 
 namespace cv::tools {
 
+/// What a rule names in vain.
+struct Complaint {
+  enum class Kind {
+    missing,     // a recording that there is not, a pattern that matches nothing
+    same_audio,  // as another recording of the rule
+  };
+
+  Kind kind;
+  uint64_t rule;
+  std::string file;  // or pattern
+  std::string text;  // for the operator
+
+  std::string line() const { return "rule " + std::to_string(rule) + ": " + text; }
+};
+
 struct Configuration {
   std::vector<SampleEntry> samples;
   std::vector<DeadAirEntry> dead_airs;
-  /// For the operator, a line each: a file that no rule will find, a pattern that matches nothing.
-  std::vector<std::string> complaints;
+  std::vector<Complaint> complaints;
 };
 
 /// `ids` holds every usable recording. Within a rule a recording named in full beats every pattern,

@@ -9,12 +9,7 @@
 
 namespace cv::tools {
 
-namespace {
-
-/// Why a packet cannot be used; empty when it can.
-std::string complaint(const std::string& name, const std::vector<unsigned char>& packet,
-                      std::string error) {
-  if (packet.empty()) return error;
+std::string packet_complaint(const std::string& name, const std::vector<unsigned char>& packet) {
   if (!is_utf8(name)) return "its name is not UTF-8";
   if (packet.size() <= audio::SamplePacket::header_size_bytes) {
     return "nothing to recognise in it (silence, shorter than 32 ms, or hashes too often repeated)";
@@ -25,12 +20,10 @@ std::string complaint(const std::string& name, const std::vector<unsigned char>&
          std::to_string(max_body_bytes) + " that a Kafka message may have";
 }
 
-}  // namespace
-
 bool SampleStore::load(const std::string& name) {
   std::string error;
   std::vector<unsigned char> packet = m_read(name, error);
-  error = complaint(name, packet, std::move(error));
+  if (!packet.empty()) error = packet_complaint(name, packet);
   if (error.empty()) {
     m_packets[name] = std::move(packet);
     return true;

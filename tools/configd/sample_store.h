@@ -35,6 +35,9 @@ class SampleStore {
   std::map<std::string, std::vector<unsigned char>> m_packets;
 };
 
+/// Why a recording's packet cannot be served; empty when it can.
+std::string packet_complaint(const std::string& name, const std::vector<unsigned char>& packet);
+
 /// Reads below `directory`.
 SampleStore::ReadPacket fingerprint_reader(const std::string& directory,
                                            const FingerprintSettings& settings);

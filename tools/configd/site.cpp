@@ -1,7 +1,6 @@
 #include "tools/configd/site.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "log/log.h"
@@ -92,10 +91,11 @@ bool Site::refresh(std::string& error) {
   for (const auto& [name, packet] : samples.packets) {
     ids[name] = m_state.sample_id(name, bytes_of(packet));
   }
-  Configuration configuration = resolve(m_rules, ids);
-  std::move(samples.complaints.begin(), samples.complaints.end(),
-            std::back_inserter(configuration.complaints));
-  log_complaints(configuration.complaints);
+  const Configuration configuration = resolve(m_rules, ids);
+  std::vector<std::string> complaints = std::move(samples.complaints);
+  for (const Complaint& complaint : configuration.complaints)
+    complaints.push_back(complaint.line());
+  log_complaints(complaints);
   Snapshot next = make_snapshot(configuration, samples.packets, ids);
   error = size_complaint(
       "the sample configuration",
