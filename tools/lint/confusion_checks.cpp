@@ -1,11 +1,11 @@
 #include "tools/lint/confusion_checks.h"
 
-#include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <utility>
 
-#include "tools/parallel.h"
+#include "tools/ordered_jobs.h"
 #include "tools/recognition_trial.h"
 #include "tools/text_table.h"
 
@@ -39,7 +39,6 @@ struct Play {
   uint64_t rule;
   const SampleEntry* entry;
   rc_ptr<audio::HashDatabase> database;
-  std::vector<LintFinding> findings{};
 };
 
 rc_ptr<audio::HashDatabase> make_database(const LintSite& site, uint64_t rule) {
@@ -79,18 +78,19 @@ LintFinding describe(const std::string& played, const LintRecording& played_reco
                   fixed(peak.score, 2)};
 }
 
-void run(Play& play, const LintSite& site, unsigned drift_frames) {
+std::vector<LintFinding> run(const Play& play, const LintSite& site, unsigned drift_frames) {
+  std::vector<LintFinding> findings;
   const std::string& file = site.file_of(play.entry->sample_id);
   const LintRecording& recording = site.recordings.at(file);
   if (!announced_in(recording.call_off, play.database, drift_frames).count(play.entry->sample_id)) {
     const auto peak = peak_match(recording.points, recording.call_off, drift_frames);
-    play.findings.push_back({.kind = lint_kind::missed,
-                             .recording = file,
-                             .rule = play.rule,
-                             .score = peak ? peak->score : 0,
-                             .text = "not found in a clean call: threshold " +
-                                     fixed(play.entry->threshold, 2) + ", score at most " +
-                                     fixed(peak ? peak->score : 0, 2)});
+    findings.push_back({.kind = lint_kind::missed,
+                        .recording = file,
+                        .rule = play.rule,
+                        .score = peak ? peak->score : 0,
+                        .text = "not found in a clean call: threshold " +
+                                fixed(play.entry->threshold, 2) + ", score at most " +
+                                fixed(peak ? peak->score : 0, 2)});
   }
   for (const uint32_t id : announced_in(recording.call, play.database, drift_frames)) {
     if (id == play.entry->sample_id) continue;
@@ -98,9 +98,10 @@ void run(Play& play, const LintSite& site, unsigned drift_frames) {
     const LintRecording& other_recording = site.recordings.at(other);
     const auto peak = peak_match(other_recording.points, recording.call, drift_frames);
     if (!peak) continue;
-    play.findings.push_back(describe(file, recording, other, other_recording, *peak));
-    play.findings.back().rule = play.rule;
+    findings.push_back(describe(file, recording, other, other_recording, *peak));
+    findings.back().rule = play.rule;
   }
+  return findings;
 }
 
 }  // namespace
@@ -114,12 +115,18 @@ std::vector<LintFinding> check_confusions(const LintSite& site, unsigned drift_f
     if (!database) database = make_database(site, entry.rule_id);
     plays.push_back({entry.rule_id, &entry, database});
   }
-  for_each_index(
-      plays.size(), [&](std::size_t i) { run(plays[i], site, drift_frames); }, progress);
   std::vector<LintFinding> findings;
-  for (Play& play : plays) {
-    std::move(play.findings.begin(), play.findings.end(), std::back_inserter(findings));
-  }
+  const auto make_player = [&] {
+    return [&](std::size_t i) { return run(plays[i], site, drift_frames); };
+  };
+  const auto take = [&](std::size_t i, std::vector<LintFinding> found) {
+    std::move(found.begin(), found.end(), std::back_inserter(findings));
+    progress(i + 1, plays.size());
+    return true;
+  };
+  OrderedJobs<std::vector<LintFinding>>(plays.size(), processors()).run(make_player, take, [] {
+    return true;
+  });
   return findings;
 }
 

@@ -9,7 +9,7 @@
 #include "tools/configd/file_watcher.h"
 #include "tools/configd/sample_store.h"
 #include "tools/configd/sample_thinning.h"
-#include "tools/parallel.h"
+#include "tools/ordered_jobs.h"
 
 namespace cv::tools {
 
@@ -70,18 +70,20 @@ std::optional<LintSite> read_lint_site(const LintOptions& options, const LintPro
   auto state =
       StateFile::open(options.state.empty() ? options.rules + ".state" : options.state, 1, error);
   if (!state) return std::nullopt;
-  std::vector<LintRecording> recordings(found.changed.size());
-  for_each_index(
-      recordings.size(),
-      [&](std::size_t i) {
-        const std::string& name = found.changed[i];
-        recordings[i] =
-            read_recording(options.samples + "/" + name, name, options.settings.fingerprint);
-      },
-      progress);
-  for (std::size_t i = 0; i < recordings.size(); ++i) {
-    site.recordings.emplace(found.changed[i], std::move(recordings[i]));
-  }
+  const auto make_reader = [&] {
+    return [&](std::size_t i) {
+      const std::string& name = found.changed[i];
+      return read_recording(options.samples + "/" + name, name, options.settings.fingerprint);
+    };
+  };
+  const auto take = [&](std::size_t i, LintRecording recording) {
+    site.recordings.emplace(found.changed[i], std::move(recording));
+    progress(i + 1, found.changed.size());
+    return true;
+  };
+  OrderedJobs<LintRecording>(found.changed.size(), processors()).run(make_reader, take, [] {
+    return true;
+  });
   serve(site, options, *state);
   return site;
 }
