@@ -157,7 +157,12 @@ TEST_F(Lint, TakesRecommendedThresholdsInPlaceOfTheRuleOfThumb) {
   EXPECT_EQ(found(), std::set<std::string>{"threshold a.wav"});
   m_folder.write("good.json", R"({"thresholds": {"b.wav": 4.4}})");
   EXPECT_EQ(found(), std::set<std::string>());
-  for (const char* text : {"{", "{}", R"({"thresholds": {"a.wav": "4"}})"}) {
+  m_folder.write("good.json",
+                 R"({"rules": [{"id": 1, "samples": [{"file": "b.wav", "threshold": 5}]},
+                                           {"id": 2, "threshold": 9, "samples": ["*"]}]})");
+  EXPECT_EQ(found(), std::set<std::string>{"threshold b.wav"});
+  for (const char* text :
+       {"{", "{}", R"({"thresholds": 4})", R"({"thresholds": {"a.wav": "4"}})"}) {
     std::string error;
     EXPECT_FALSE(parse_recommended(text, error)) << text;
     EXPECT_NE(error, "");

@@ -86,8 +86,9 @@ std::optional<SampleSet> SampleSet::read(
   std::map<uint32_t, std::string> files;
   for (const auto& [file, id] : ids) files.try_emplace(id, file);
   const Configuration configuration = resolve({{*rule}}, ids);
-  complaints.insert(complaints.end(), configuration.complaints.begin(),
-                    configuration.complaints.end());
+  for (const Complaint& complaint : configuration.complaints) {
+    complaints.push_back(complaint.line());
+  }
   for (const SampleEntry& entry : configuration.samples) {
     set.m_samples.push_back({entry.sample_name, files.at(entry.sample_id), entry.threshold});
   }

@@ -99,7 +99,7 @@ void add_lint_command(CLI::App& app, int& status) {
       ->check(CLI::ExistingFile);
   command->add_option("--state", options->state, "configd's state file (default: RULES.state)");
   command->add_option("--recommended", options->recommended,
-                      "file of least thresholds by recording (default: a rule of thumb)");
+                      "rules file or list of least thresholds (default: a rule of thumb)");
   add_sample_settings(*command, options->settings);
   command->add_option("--drift", options->drift_frames, "the nodes' audio_detection_drift")
       ->check(CLI::Range(0u, 3u))

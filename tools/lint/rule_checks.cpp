@@ -37,6 +37,50 @@ std::map<std::string, std::vector<std::string>> files_by_report_name(const LintS
   return files;
 }
 
+/// The least thresholds, from wherever they come.
+class Least {
+ public:
+  Least(const LintSite& site, const LintOptions& options,
+        const std::optional<RecommendedThresholds>& recommended)
+      : m_site(site), m_options(options), m_recommended(recommended) {
+    for (const SampleEntry& entry : site.configuration.samples) ++m_samples[entry.rule_id];
+    if (!recommended || !recommended->rules) return;
+    for (const SampleEntry& entry : resolve(*recommended->rules, site.ids).samples) {
+      m_of_rules[{entry.rule_id, entry.sample_id}] = entry.threshold;
+    }
+  }
+
+  /// Empty when nothing is recommended for it.
+  std::optional<double> of(const SampleEntry& entry) const {
+    if (!m_recommended) {
+      return least_threshold(m_options.drift_frames, m_samples.at(entry.rule_id),
+                             m_options.settings.fingerprint.spacing_frames);
+    }
+    if (m_recommended->rules) return find(m_of_rules, std::pair(entry.rule_id, entry.sample_id));
+    const auto named = find(m_recommended->by_recording, m_site.file_of(entry.sample_id));
+    return named ? named : find(m_recommended->by_recording, std::string("*"));
+  }
+
+  std::string why(uint64_t rule) const {
+    if (m_recommended) return "as recommended";
+    return "for " + std::to_string(m_samples.at(rule)) + " samples and a drift of " +
+           std::to_string(m_options.drift_frames);
+  }
+
+ private:
+  template <typename Key>
+  static std::optional<double> find(const std::map<Key, double>& in, const Key& key) {
+    const auto found = in.find(key);
+    return found == in.end() ? std::nullopt : std::optional(found->second);
+  }
+
+  const LintSite& m_site;
+  const LintOptions& m_options;
+  const std::optional<RecommendedThresholds>& m_recommended;
+  std::map<uint64_t, std::size_t> m_samples;  // by rule
+  std::map<std::pair<uint64_t, uint32_t>, double> m_of_rules;
+};
+
 void check_names(const LintSite& site, uint64_t rule, std::vector<LintFinding>& findings) {
   for (const auto& [name, files] : files_by_report_name(site, rule)) {
     if (files.size() < 2) continue;
@@ -52,20 +96,25 @@ void check_names(const LintSite& site, uint64_t rule, std::vector<LintFinding>& 
 
 std::optional<RecommendedThresholds> parse_recommended(std::string_view text, std::string& error) {
   rapidjson::Document document;
-  if (!parse_json(text, JsonDialect::strict, document, error)) return std::nullopt;
+  if (!parse_json(text, JsonDialect::written_by_hand, document, error)) return std::nullopt;
+  RecommendedThresholds recommended;
   const rapidjson::Value* thresholds = find_member(document, "thresholds");
-  if (!thresholds || !thresholds->IsObject()) {
+  if (!thresholds) {
+    recommended.rules = parse_rules(text, error);
+    if (!recommended.rules) return std::nullopt;
+    return recommended;
+  }
+  if (!thresholds->IsObject()) {
     error = "thresholds: must be an object of recordings and numbers";
     return std::nullopt;
   }
-  RecommendedThresholds recommended;
   for (const auto& member : thresholds->GetObject()) {
     const std::string name(text_of(member.name));
     if (!member.value.IsNumber()) {
       error = "thresholds." + name + ": must be a number";
       return std::nullopt;
     }
-    recommended[name] = member.value.GetDouble();
+    recommended.by_recording[name] = member.value.GetDouble();
   }
   return recommended;
 }
@@ -103,29 +152,17 @@ std::vector<LintFinding> check_rules(const LintSite& site) {
 
 std::vector<LintFinding> check_thresholds(const LintSite& site, const LintOptions& options,
                                           const std::optional<RecommendedThresholds>& recommended) {
-  std::map<uint64_t, std::size_t> samples;
-  for (const SampleEntry& entry : site.configuration.samples) ++samples[entry.rule_id];
+  const Least least(site, options, recommended);
   std::vector<LintFinding> findings;
   for (const SampleEntry& entry : site.configuration.samples) {
-    const std::string& file = site.file_of(entry.sample_id);
-    double least = least_threshold(options.drift_frames, samples.at(entry.rule_id),
-                                   options.settings.fingerprint.spacing_frames);
-    std::string why = "for " + std::to_string(samples.at(entry.rule_id)) +
-                      " samples and a drift of " + std::to_string(options.drift_frames);
-    if (recommended) {
-      const auto named = recommended->find(file);
-      const auto found = named != recommended->end() ? named : recommended->find("*");
-      if (found == recommended->end()) continue;
-      least = found->second;
-      why = "as recommended";
-    }
-    if (entry.threshold >= least) continue;
+    const auto wanted = least.of(entry);
+    if (!wanted || entry.threshold >= *wanted) continue;
     findings.push_back({.kind = lint_kind::threshold,
-                        .recording = file,
+                        .recording = site.file_of(entry.sample_id),
                         .rule = entry.rule_id,
-                        .score = least,
+                        .score = *wanted,
                         .text = "threshold " + fixed(entry.threshold, 2) + ", below " +
-                                fixed(least, 2) + " " + why});
+                                fixed(*wanted, 2) + " " + least.why(entry.rule_id)});
   }
   return findings;
 }

@@ -12,10 +12,13 @@
 
 namespace cv::tools {
 
-/// Thresholds by recording; "*" stands for those that are not named.
-using RecommendedThresholds = std::map<std::string, double>;
+/// What an operator holds against the rules: either.
+struct RecommendedThresholds {
+  std::map<std::string, double> by_recording{};  // "*" stands for those that are not named
+  std::optional<Rules> rules{};  // with the same ids, as `corvanth evaluate` writes them
+};
 
-/// {"thresholds": {"greeting.wav": 4.6, "*": 4.4}}. Empty, with the reason in `error`.
+/// {"thresholds": {"greeting.wav": 4.6, "*": 4.4}}, or a rules file. Empty, with the reason in `error`.
 std::optional<RecommendedThresholds> parse_recommended(std::string_view text, std::string& error);
 
 /// The lowest threshold with at most one false finding an hour of unrelated speech, for so many
