@@ -24,6 +24,7 @@ std::vector<Points> served_samples(const Packets& packets, const Rules& rules) {
     served.insert(bytes_of(packets.at(file)));
   }
   std::vector<Points> samples;
+  samples.reserve(served.size());
   for (const std::string_view packet : served) samples.push_back(points_of(packet));
   return samples;
 }
