@@ -34,6 +34,8 @@ void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka
   attempt([&] {
     if (first) sync_offsets(consumer, partitions, broker_query_ms);
     expect_to_hear(partitions);
+    restore(partitions);
+    remember(partitions);
   });
   if (first) m_consumer_ready.set_value();
   consumer.assign(partitions);
@@ -54,12 +56,31 @@ void PartitionAssignment::expect_to_hear(const Partitions& partitions) {
   if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
 }
 
-void PartitionAssignment::count_heard(const RdKafka::Message& message) {
-  if (message.err() != RdKafka::ERR_NO_ERROR && message.err() != RdKafka::ERR__PARTITION_EOF) {
-    return;
+// The group's positions alone would not do: while the brokers are away nothing is committed, and of a
+// partition without a committed position the end is read, past all that came meanwhile.
+void PartitionAssignment::restore(Partitions& partitions) const {
+  for (RdKafka::TopicPartition* partition : partitions) {
+    const auto known = m_positions.find({partition->topic(), partition->partition()});
+    if (partition->offset() < 0 && known != m_positions.end()) {
+      partition->set_offset(known->second);
+    }
   }
+}
+
+void PartitionAssignment::remember(const Partitions& partitions) {
+  for (const RdKafka::TopicPartition* partition : partitions) {
+    if (partition->offset() < 0) continue;
+    m_positions[{partition->topic(), partition->partition()}] = partition->offset();
+  }
+}
+
+void PartitionAssignment::on_consumed(const RdKafka::Message& message) {
+  const bool end = message.err() == RdKafka::ERR__PARTITION_EOF;
+  if (message.err() != RdKafka::ERR_NO_ERROR && !end) return;
+  const Partition partition(message.topic_name(), message.partition());
+  m_positions[partition] = end ? message.offset() : message.offset() + 1;
   // Each counts, not only the last: one that is never heard must not keep the others' answers away.
-  if (m_silent_partitions.erase({message.topic_name(), message.partition()}) != 0) {
+  if (m_silent_partitions.erase(partition) != 0) {
     m_assignments.fetch_add(1, std::memory_order_release);
   }
 }

@@ -3,7 +3,8 @@
 //
 // Invariants:
 // 1. Reading begins at the end of each partition of the first assignment, whatever the group had
-//    committed; later assignments go on from the committed positions.
+//    committed. Later assignments go on where the reading was, also when that could not be committed;
+//    partitions that are new then, from the committed position.
 // 2. A partition counts in assignments() once the place where it is read from is settled: what is
 //    published from then on arrives.
 // Threads: everything on the consumer thread, but for assignments() and the future, which are for any.
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <future>
 #include <librdkafka/rdkafkacpp.h>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -39,18 +41,21 @@ class PartitionAssignment {
   void on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka::ErrorCode code,
                     Partitions& partitions);
   /// To be called with everything that the consumer consumes.
-  void on_consumed(const RdKafka::Message& message) {
-    if (!m_silent_partitions.empty()) count_heard(message);
-  }
+  void on_consumed(const RdKafka::Message& message);
 
  private:
   static void sync_offsets(RdKafka::KafkaConsumer& consumer, Partitions& partitions,
                            int timeout_ms);
   void expect_to_hear(const Partitions& partitions);
-  void count_heard(const RdKafka::Message& message);
+  void remember(const Partitions& partitions);
+  void restore(Partitions& partitions) const;
+
+  using Partition = std::pair<std::string, int32_t>;  // topic and number
 
   // Assigned without an offset and not heard from yet.
-  std::set<std::pair<std::string, int32_t>> m_silent_partitions;
+  std::set<Partition> m_silent_partitions;
+  // The offset of the next message.
+  std::map<Partition, int64_t> m_positions;
   std::promise<void> m_consumer_ready;
   std::atomic<bool> m_first_assignment{true};
   std::atomic<uint64_t> m_assignments{0};

@@ -129,6 +129,8 @@ TEST_F(NodeKafkaFaults, DISABLED_KilledAndStartedAgainWhileADatabaseLoads) {
       << m_site.node().output();
   m_broker.kill();
   ASSERT_FALSE(m_site.node_is_loaded(count)) << "that was too late";
+  // For so long that the node gives its topics up, and nothing it has read is committed.
+  ASSERT_TRUE(m_site.node_logged("Revoke partitions", m_site.node().output().size()));
   m_broker.up();
   const auto since = Clock::now();
   // What did not come in time is built in later.
