@@ -118,8 +118,7 @@ TEST_F(NodeKafkaFaults, StoppedInItsTracksWhileTheNodeStops) {
   m_site.stop_node();
 }
 
-// Off: when nothing was committed before the fault, the node reads on behind what came meanwhile.
-TEST_F(NodeKafkaFaults, DISABLED_KilledAndStartedAgainWhileADatabaseLoads) {
+TEST_F(NodeKafkaFaults, KilledAndStartedAgainWhileADatabaseLoads) {
   constexpr size_t count = 150;
   for (size_t i = 0; i < count; ++i) m_site.add_recording(m_prompts[i]);
   // Slowly enough that the broker goes down in the midst of it.
