@@ -43,11 +43,18 @@ class NodeStop : public NodeFixture, public testing::WithParamInterface<Case> {
     } else if (phase == Phase::Requesting) {
       ASSERT_TRUE(node_logged("EVENT_DISPATCHER: dispatch to ["));
     } else {
-      wait_for_first_requests();
+      ASSERT_NO_FATAL_FAILURE(wait_for_delivery(2));
       if (phase == Phase::Waiting) return;
       send_to_node(sample_configuration(7, {{101, "vm-goodbye"}}));
-      ASSERT_TRUE(node_logged("\"configuration\":\"corvanth_sample_list\""));
+      wait_for_delivery(3);
     }
+  }
+
+  /// Until the node knows that so many requests have arrived: from then on it has nothing to flush.
+  void wait_for_delivery(int requests) {
+    const std::string offset = std::to_string(requests - 1);
+    ASSERT_TRUE(node_logged("message delivered to corvanth_request[0] at offset (" + offset + ")"))
+        << node().output();
   }
 
   void start_running_node() {
