@@ -46,7 +46,7 @@ MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::m
 }
 
 // A consumer thread that is held up, by brokers that do not answer or by a handler, gets the time of
-// the producer's flush on top: one after the other would add up.
+// the producer's flush on top: one after the other would add up. A handler may send all the while.
 MessageBroker::~MessageBroker() {
   stop_consumer();
   flush_producer();
@@ -77,8 +77,6 @@ void MessageBroker::flush_producer() {
     CV_LOG(WarningMessage) << "MESSAGE_BROKER: losing data as (" << count
                            << ") message(s) were not delivered";
   }
-  delete m_producer;
-  m_producer = nullptr;
 }
 
 void MessageBroker::send(const std::string& topic, const unsigned char* data, size_t size) {

@@ -1,7 +1,10 @@
 #include "messaging/messaging_message_broker.h"
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <gtest/gtest.h>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -106,6 +109,56 @@ TEST(MessageBroker, SendsAndReceivesOverACluster) {
                                           RdKafka::err2str(RdKafka::ERR_MSG_SIZE_TOO_LARGE)));
   }
   EXPECT_TRUE(log.has_containing("MESSAGE_BROKER: messages listening thread ["));
+}
+
+TEST(MessageBroker, AHandlerSendsOnWhileTheBrokerIsDestroyed) {
+  LogCapture log;
+  MockKafka kafka({"own", "other"});
+  Received unused;
+  MessageBrokerSettings settings = unused.settings(kafka.brokers(), {"own"});
+  std::promise<void> handling, destroying;
+  MessageBroker* broker_made = nullptr;
+  size_t sent = 0;
+  settings.on_message = [&](const unsigned char*, size_t) {
+    handling.set_value();
+    destroying.get_future().wait();
+    // Longer than the destructor waits for this thread before it turns to the producer.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    for (; std::chrono::steady_clock::now() < until; ++sent) send(*broker_made, "other", "body");
+  };
+  auto broker = std::make_unique<MessageBroker>(std::move(settings));
+  broker_made = broker.get();
+  kafka.produce("own", compressed("go"));
+  handling.get_future().wait();
+  destroying.set_value();
+  broker.reset();
+  EXPECT_FALSE(log.has_containing("there is no producer"));
+  EXPECT_EQ(kafka.consume("other", sent), Texts(sent, compressed("body")));
+}
+
+// Without a broker behind it: what is sent stays in the library's queue, which holds one message.
+TEST(MessageBroker, AFullQueueIsTriedThreeTimesAndNoTopicsMeanNoConsumer) {
+  LogCapture log;
+  {
+    std::atomic<bool> interrupted{true};
+    MessageBrokerSettings settings;
+    settings.brokers = "127.0.0.1:1";
+    settings.properties = {{"queue.buffering.max.messages", "1"}, {"message.timeout.ms", "4000"}};
+    settings.interrupted = [&] { return interrupted.load(); };
+    MessageBroker broker(std::move(settings));
+    EXPECT_TRUE(broker.usable());
+    send(broker, "topic", "waits");
+    EXPECT_TRUE(log.tagged("MESSAGE_BROKER: ").empty()) << "a stop needs no warning";
+    interrupted = false;
+    send(broker, "topic", "finds no room");
+    const std::string refused = "ERROR failed to send message to [topic]; error (-184): " +
+                                RdKafka::err2str(RdKafka::ERR__QUEUE_FULL);
+    EXPECT_EQ(log.tagged("MESSAGE_BROKER: "), (Texts{refused, refused, refused}));
+  }
+  EXPECT_TRUE(
+      log.has(Level::ERROR, "MESSAGE_BROKER: message delivery failed to topic[-1], error: " +
+                                RdKafka::err2str(RdKafka::ERR__MSG_TIMED_OUT)));
+  EXPECT_FALSE(log.has_containing("listening thread"));
 }
 
 constexpr const char* unknown_topic_line =
