@@ -113,6 +113,7 @@ bool DatabaseDispatcher::on_sample_received(uint32_t sample_id, const audio::Sam
   }
   // Before the first configuration nobody can have asked for it, and there is nothing to build.
   if (!m_pending) return true;
+  if (is_built() && holds(sample_id, *payload)) return true;
 
   unshare_pending();
   m_pending->database.set_payload(sample_id, std::move(payload));
@@ -123,6 +124,13 @@ bool DatabaseDispatcher::on_sample_received(uint32_t sample_id, const audio::Sam
     build_and_swap();
   }
   return true;
+}
+
+/// A sample that was asked for twice comes twice, and with it all the others: to build again what is
+/// there already would take as many builds as there are samples.
+bool DatabaseDispatcher::holds(uint32_t sample_id, const audio::HashSamplePayload& payload) const {
+  const auto held = m_pending->database.payload(sample_id);
+  return held && held->points == payload.points;
 }
 
 /// Makes m_pending a container that may be changed.

@@ -69,7 +69,8 @@ class DatabaseDispatcher {
   /// `missing` points to (valid until the next call), or all when it is null (first configuration).
   int on_config_received(const SampleConfig& config, std::unordered_set<uint32_t>*& missing);
 
-  /// False when the packet is refused; a sample that nobody configured is no reason to.
+  /// False when the packet is refused; a sample that nobody configured is no reason to. One that the
+  /// built database holds as it is changes nothing.
   bool on_sample_received(uint32_t sample_id, const audio::SamplePacket& packet);
 
   /// To be called whenever there is nothing else to do; ends the wait for samples that do not come.
@@ -103,6 +104,7 @@ class DatabaseDispatcher {
   /// What is reused is `missing` no more.
   static void reuse_payloads(const DatabaseContainer& from, audio::SamplesDatabase& into,
                              std::unordered_set<uint32_t>& missing);
+  bool holds(uint32_t sample_id, const audio::HashSamplePayload& payload) const;
   void unshare_pending();
   void log_build_result(const Unusable& missed, const Unusable& empty) const;
   void build_and_swap();

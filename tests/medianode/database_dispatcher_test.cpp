@@ -169,6 +169,33 @@ TEST_F(DatabaseDispatcherTest, SamplesThatDoNotComeAreWaitedForFiveSecondsAfterT
   EXPECT_EQ(configure(2, {{5, {1, 3, 4}}}), std::set<uint32_t>{}) << "they are there to be reused";
 }
 
+// A request that is repeated is answered twice, sample by sample.
+TEST_F(DatabaseDispatcherTest, BuildsAgainForASampleThatHasChangedAndNotForOneThatComesAgain) {
+  configure(1, {{5, {1, 2}}});
+  receive(1, {{10, 0}});
+  receive(1, {{10, 0}, {11, 0}});
+  receive(2, {{12, 0}});
+  const auto built = get(5);
+  ASSERT_TRUE(built);
+  EXPECT_EQ(built->entry_count(), 3u) << "of two payloads the later one";
+  for (const uint32_t id : {1, 2}) {
+    for (int again = 0; again < 3; ++again) {
+      EXPECT_TRUE(receive(id, id == 1 ? std::vector<HashPoint>{{10, 0}, {11, 0}}
+                                      : std::vector<HashPoint>{{12, 0}}));
+    }
+  }
+  EXPECT_EQ(swaps, std::vector<bool>{true});
+  EXPECT_EQ(get(5), built);
+  EXPECT_TRUE(receive(2, {{12, 1}}));
+  EXPECT_EQ(swaps, (std::vector<bool>{true, true}));
+  EXPECT_NE(get(5), built);
+  // What is held but not yet built again is built when the rest is in.
+  configure(2, {{5, {1, 3}}});
+  receive(1, {{10, 0}, {11, 0}});
+  receive(3, {{13, 0}});
+  EXPECT_EQ(indexed(5), "13");
+}
+
 // Every database that the pipeline sees is whole and of one piece, while samples are replaced and
 // configurations follow each other on the other side.
 TEST_F(DatabaseDispatcherTest, ThePipelineReadsWholeDatabasesWhileNewOnesAreMade) {
