@@ -16,12 +16,14 @@ template <typename Base>
 class Recording : public Base {
  public:
   void on_queue_read(Item item) override {
+    if (item) reading = true;
     while (item && this->running()) std::this_thread::yield();
     if (item) values.push_back(*item);
     if (!item) ++empty_reads;
   }
   std::vector<int> values;
   std::atomic<int> empty_reads{0};
+  std::atomic<bool> reading{false};
 };
 
 class IdleReader : public Recording<cv::QueueIdleReader<Item, 8, wait_ns>> {
@@ -59,6 +61,20 @@ TEST(QueueIdleReader, LooksAgainAtOnceWhileTheIdleCallHasWorkThenHandsOverEmptyI
   EXPECT_EQ(counters.empty_checks.get(), 1000u + static_cast<uint64_t>(reader.empty_reads));
   EXPECT_EQ(reader.tries, counters.empty_checks.get());
   EXPECT_TRUE(reader.values.empty());
+}
+
+TEST(QueueIdleReader, LeavesWhatIsStillQueuedWhenItStops) {
+  const Item item = std::make_shared<int>(1);
+  {
+    IdleReader reader;
+    for (int i = 0; i < 5; ++i) EXPECT_TRUE(reader.push(item));
+    reader.start();
+    while (!reader.reading) std::this_thread::yield();
+    reader.stop();
+    EXPECT_EQ(reader.values.size(), 1u) << "the one whose turn it was";
+    EXPECT_EQ(reader.statistic().elements.get(), 4u);
+  }
+  EXPECT_EQ(item.use_count(), 1) << "released with the queue";
 }
 
 // The hand-over under load: nothing lost, nothing twice, in order, whoever sleeps when.

@@ -1,4 +1,4 @@
-// What the kernel may answer to a receive, a wait or a send, one error at a time and for ever.
+// What the kernel may answer to an open, a receive, a wait or a send, one error at a time and for ever.
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -30,7 +30,7 @@ struct Scripted {
   }
 };
 
-Scripted g_receive, g_wait, g_send;
+Scripted g_create, g_receive, g_wait, g_send;
 
 /// The C library's own.
 template <typename Function>
@@ -41,6 +41,11 @@ Function original(const char* name) {
 }  // namespace
 
 // In place of the C library's in this executable.
+extern "C" int socket(int domain, int type, int protocol) {
+  if (g_create.fails()) return -1;
+  static const auto call = original<decltype(&socket)>("socket");
+  return call(domain, type, protocol);
+}
 extern "C" int recvmmsg(int fd, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
   if (g_receive.fails()) return -1;
   static const auto call = original<decltype(&recvmmsg)>("recvmmsg");
@@ -64,7 +69,7 @@ using cv::net::Socket;
 
 struct SocketFaults : testing::Test {
   SocketFaults() {
-    g_receive = g_wait = g_send = {};
+    g_create = g_receive = g_wait = g_send = {};
     EXPECT_TRUE(m_receiver.open(0, INADDR_LOOPBACK) && m_sender.open(0, INADDR_LOOPBACK));
     m_to = {AF_INET, htons(m_receiver.local_port()), {htonl(INADDR_LOOPBACK)}, {}};
   }
@@ -79,6 +84,30 @@ struct SocketFaults : testing::Test {
   Socket m_sender;
   sockaddr_in m_to{};
 };
+
+TEST_F(SocketFaults, AnOpenThatFailsIsOneLineAndAnotherOneOfAnOpenSocketNothing) {
+  cv::test::LogCapture log;
+  const int descriptor = m_sender.descriptor();
+  const uint16_t port = m_sender.local_port();
+  g_create = {EMFILE, 1, 0};
+  EXPECT_TRUE(m_sender.open(m_receiver.local_port(), INADDR_LOOPBACK));
+  EXPECT_EQ(g_create.calls, 0);
+  EXPECT_EQ(m_sender.descriptor(), descriptor);
+  EXPECT_EQ(m_sender.local_port(), port);
+
+  Socket third;
+  EXPECT_FALSE(third.open(0, INADDR_LOOPBACK));
+  EXPECT_EQ(third.descriptor(), -1);
+  EXPECT_TRUE(log.has(cv::log::Level::ERROR,
+                      "SOCKET[ ]: failed to create a socket, error (24): Too many open files"));
+  EXPECT_FALSE(third.open(port, INADDR_LOOPBACK));
+  EXPECT_TRUE(log.has(cv::log::Level::ERROR,
+                      "SOCKET[" + std::to_string(third.descriptor()) +
+                          "]: failed to bind a socket, error (98): Address already in use"));
+  third.close();
+  EXPECT_TRUE(third.open(0, INADDR_LOOPBACK));
+  EXPECT_EQ(log.texts().size(), 2u);
+}
 
 TEST_F(SocketFaults, AReceiveGoesOnAfterAnInterruptionAndEndsTheProcessAfterAnyOtherError) {
   cv::test::LogCapture log;
@@ -109,6 +138,8 @@ TEST_F(SocketFaults, AReceiveGoesOnAfterAnInterruptionAndEndsTheProcessAfterAnyO
 }
 
 TEST_F(SocketFaults, ASendThatFailsIsOneCallOneLineAndTheNextOneWorks) {
+  EXPECT_TRUE(m_sender.send(m_to, nullptr, 5) && m_sender.send(m_to, "report", 0));
+  EXPECT_EQ(g_send.calls, 0) << "nothing to send";
   for (const int error : {ECONNREFUSED, ENOBUFS, ENOMEM, EMSGSIZE, ENETUNREACH, ENETDOWN,
                           EHOSTUNREACH, EPERM, EBADF, ENOTCONN, EAGAIN, EINTR, EACCES, EINVAL}) {
     cv::test::LogCapture log;
