@@ -192,7 +192,16 @@ TEST(MessageBroker, ListensToATopicThatIsMadeWhileItRuns) {
   MockKafka kafka({"all", "own"});
   kafka.set_topic_error("own", RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART);
   Received received;
-  MessageBroker broker(received.settings(kafka.brokers(), {"all", "own"}));
+  auto settings = received.settings(kafka.brokers(), {"all", "own"});
+  // While the group gives its topics out anew nobody listens, and nothing was read that a committed
+  // position could come from.
+  bool between = false;
+  settings.on_timeout = [&] {
+    if (between || !log.has_containing(RdKafka::err2str(RdKafka::ERR__REVOKE_PARTITIONS))) return;
+    between = true;
+    kafka.produce("all", compressed("between"));
+  };
+  MessageBroker broker(std::move(settings));
   const std::string rebalance =
       "MESSAGE_BROKER: rebalance \"" + RdKafka::err2str(RdKafka::ERR__ASSIGN_PARTITIONS) + "\": ";
   ASSERT_TRUE(log.has(Level::SYSTEM, rebalance + "[all/0]"));
@@ -207,8 +216,8 @@ TEST(MessageBroker, ListensToATopicThatIsMadeWhileItRuns) {
   ASSERT_TRUE(eventually([&] { return broker.assignments() == 3; }));
   kafka.produce("own", compressed("after"));
   EXPECT_TRUE(log.has(Level::SYSTEM, rebalance + "[all/0], [own/0]"));
-  EXPECT_TRUE(eventually([&] { return !received.all().empty(); }));
-  EXPECT_EQ(received.all(), (std::vector<std::string>{"after"}));
+  EXPECT_TRUE(eventually([&] { return received.all().size() >= 2; }));
+  EXPECT_EQ(received.all(), (Texts{"between", "after"}));
 }
 
 }  // namespace
