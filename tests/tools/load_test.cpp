@@ -43,7 +43,7 @@ struct LoadSenderTest : testing::Test {
 TEST_F(LoadSenderTest, PlaysEveryCallOfThePlanWhole) {
   const LoadPlan plan = small_plan();
   const auto scripts = silent_scripts();
-  LoadSender sender(plan, scripts, {.rule = 7, .run = run}, socket.descriptor(),
+  LoadSender sender(plan, scripts, {{.rule = 7}, run}, socket.descriptor(),
                     steady_clock().now_us());
   ASSERT_EQ(sender.start(), 0);
   ASSERT_EQ(sender.stop(), 0);
@@ -85,7 +85,7 @@ TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
   script.switches = {{2, 0}, {2, 0x30}, {4, 0x3C}};
   const std::vector<CallScript> scripts = {script};
   const LoadPlan plan = {.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 100};
-  LoadSender sender(plan, scripts, {.run = run}, socket.descriptor(), steady_clock().now_us());
+  LoadSender sender(plan, scripts, {{}, run}, socket.descriptor(), steady_clock().now_us());
   ASSERT_EQ(sender.start(), 0);
   ASSERT_EQ(sender.stop(), 0);
   std::ostringstream sent;  // features of a control packet, else side and number

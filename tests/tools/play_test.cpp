@@ -21,13 +21,13 @@ std::vector<Sent> play(CallSchedule schedule) {
 }
 
 CallSettings settings() {
-  return {.call_id = "123456789",
-          .uuid = {1, 2, 3},
-          .rule = 99,
-          .timestamp = 1700000000,
-          .features = 0x3C,
-          .report_addr = htonl(0x7F000001),
-          .report_port = htons(5000)};
+  return {{.rule = 99,
+           .timestamp = 1700000000,
+           .features = 0x3C,
+           .report_addr = htonl(INADDR_LOOPBACK),
+           .report_port = htons(5000)},
+          "123456789",
+          {1, 2, 3}};
 }
 
 std::vector<int16_t> ramp(std::size_t count) {

@@ -117,15 +117,7 @@ void LoadSender::begin_call(Slot& slot, uint32_t call) {
   slot.switches = 0;
   slot.in_call = true;
   slot.call = call;
-  media::StartFields fields;
-  fields.features = m_calls.features;
-  fields.flags = media::StartPacket::flag_rule;
-  fields.ts = m_calls.timestamp;
-  fields.rule = m_calls.rule;
-  fields.report_addr = m_calls.report_addr;
-  fields.report_port = m_calls.report_port;
-  fields.call_id = call_id;
-  media::write_start(slot.key, 0, fields, m_batch.next());
+  write_start(slot.key, call_id, m_calls, m_batch.next());
 }
 
 void LoadSender::end_call(Slot& slot, uint64_t media_us) {

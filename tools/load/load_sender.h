@@ -6,24 +6,19 @@
 #pragma once
 
 #include <cstdint>
-#include <netinet/in.h>
 #include <vector>
 
 #include "core/thread.h"
 #include "tools/load/call_script.h"
 #include "tools/load/load_plan.h"
 #include "tools/load/packet_batch.h"
+#include "tools/play/call_schedule.h"
 
 namespace cv::tools {
 
 /// What every call of a load has in common.
-struct LoadCalls {
-  uint64_t rule = 0;
-  uint8_t features = 0;
-  uint64_t timestamp = 0;
-  uint64_t run = 0;          // tells the calls of one run from those of another
-  uint32_t report_addr = 0;  // network byte order
-  uint16_t report_port = 0;  // network byte order
+struct LoadCalls : StartSettings {
+  uint64_t run = 0;  // tells the calls of one run from those of another
 };
 
 /// The number of the call in its run is in the last eight bytes.

@@ -7,6 +7,19 @@
 
 namespace cv::tools {
 
+bool write_start(const media::CallKey& call, std::string_view call_id,
+                 const StartSettings& settings, media::Datagram& out) {
+  media::StartFields fields;
+  fields.features = settings.features;
+  fields.flags = media::StartPacket::flag_rule;
+  fields.ts = settings.timestamp;
+  fields.rule = settings.rule;
+  fields.report_addr = settings.report_addr;
+  fields.report_port = settings.report_port;
+  fields.call_id = call_id;
+  return media::write_start(call, 0, fields, out);
+}
+
 CallSchedule::CallSchedule(CallSettings settings, Sides sides)
     : m_settings(std::move(settings)),
       m_key{crc64(m_settings.call_id), m_settings.uuid},
@@ -19,7 +32,7 @@ bool CallSchedule::next(int64_t& due_us, media::Datagram& out) {
   if (!m_started) {
     m_started = true;
     due_us = 0;
-    return write_start(out);
+    return write_start(m_key, m_settings.call_id, m_settings, out);
   }
   if (m_block != m_blocks && skips(m_side)) pass_side();
   due_us = static_cast<int64_t>(m_block) * block_us;
@@ -38,18 +51,6 @@ void CallSchedule::pass_side() {
 }
 
 void CallSchedule::cut_short() { m_blocks = m_block; }
-
-bool CallSchedule::write_start(media::Datagram& out) const {
-  media::StartFields fields;
-  fields.features = m_settings.features;
-  fields.flags = media::StartPacket::flag_rule;
-  fields.ts = m_settings.timestamp;
-  fields.rule = m_settings.rule;
-  fields.report_addr = m_settings.report_addr;
-  fields.report_port = m_settings.report_port;
-  fields.call_id = m_settings.call_id;
-  return media::write_start(m_key, 0, fields, out);
-}
 
 bool CallSchedule::write_block(std::size_t block, uint16_t side, media::Datagram& out) {
   const std::vector<int16_t>& audio = m_sides[side];

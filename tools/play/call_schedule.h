@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "media/media_packet_writer.h"
@@ -19,14 +20,22 @@ namespace cv::tools {
 inline constexpr std::size_t block_samples = 160;
 inline constexpr int64_t block_us = 20000;
 
-struct CallSettings {
-  std::string call_id;
-  media::Uuid uuid{};
+/// What a START asks for; calls may have it in common.
+struct StartSettings {
   uint64_t rule = 0;
   uint64_t timestamp = 0;
   uint8_t features = 0;
   uint32_t report_addr = 0;  // network byte order
   uint16_t report_port = 0;  // network byte order; 0: none
+};
+
+/// At media time 0. False when the call id is too long.
+bool write_start(const media::CallKey& call, std::string_view call_id,
+                 const StartSettings& settings, media::Datagram& out);
+
+struct CallSettings : StartSettings {
+  std::string call_id;
+  media::Uuid uuid{};
   /// By side; nothing is ever sent for a side that is not there.
   std::array<bool, 2> there = {true, true};
 };
@@ -47,7 +56,6 @@ class CallSchedule {
 
  private:
   bool skips(uint16_t side) const { return !m_settings.there[side]; }
-  bool write_start(media::Datagram& out) const;
   void pass_side();
   bool write_block(std::size_t block, uint16_t side, media::Datagram& out);
 
