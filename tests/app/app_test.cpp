@@ -22,6 +22,7 @@ TEST(ServiceBase, ReadsTheCommandLine) {
       {{"--args", "a=1", "--args", "", "--args", "a=2"}, 0, file + "  a=2,a=1"},
       {{"-d", "--args", "--help"}, 0, file + "  --help"},
       {{"-c", "/c", "word"}, 1, "/c  "},
+      {{"--pid-file-default"}, 0, file + " /opt/bin/node.pid "},
   };
   for (const auto& c : cases) {
     cv::test::LogCapture log;
@@ -32,6 +33,30 @@ TEST(ServiceBase, ReadsTheCommandLine) {
     EXPECT_FALSE(service.m_daemon);
     EXPECT_EQ(log.has_containing("daemon mode is not supported, ignoring option [-d]"),
               c.words[0] == "-d");
+  }
+}
+
+TEST(ServiceBase, SaysFirstWhatItWasStartedWith) {
+  const struct {
+    std::vector<std::string> words, lines;
+  } cases[] = {
+      {{}, {"SYSTEM exec path: /opt/bin/node"}},
+      {{"--pid-file", "/x//y", "-c", "/c"},
+       {"SYSTEM  pid file: /x/y", "SYSTEM exec path: /opt/bin/node",
+        "SYSTEM exec args: [--pid-file] [/x//y] [-c] [/c]"}},
+      {{"--verbose"}, {}},
+  };
+  for (const auto& c : cases) {
+    cv::test::LogCapture log;
+    ScriptedService service;
+    service.run(c.words);
+    std::vector<std::string> lines = log.tagged("SERVICE: ");
+    if (!c.lines.empty()) {
+      ASSERT_EQ(lines.size(), c.lines.size() + 2);
+      EXPECT_EQ(lines[c.lines.size()].find("SYSTEM [corvanthscripted] main thread ["), 0u);
+      lines.resize(c.lines.size());
+    }
+    EXPECT_EQ(lines, c.lines);
   }
 }
 

@@ -101,10 +101,26 @@ TEST_F(NodeProcess, ARunningNodeAnswersSignalsAndStopsInOrder) {
   EXPECT_EQ(node().wait_exit(), 0);
   const std::string output = node().output();
   size_t at = 0;
-  for (const char* line : {"PACKETS_READER: thread [", "SERVICE: signal 3 has been received",
-                           "PACKETS_READER: thread [", "ANALYSIS_REPORT: reporting thread stopped",
+  for (const char* line : {"SERVICE: exec path: ",
+                           "SERVICE: exec args: [--args] [port=",
+                           "build version: \"",
+                           "SERVICE: [corvanthmedianode] main thread [",
+                           "CONFIGURATION: file is not specified, default values are used",
+                           "CONFIGURATION: reading from args: port=",
+                           "SERVICE: kafka build version:   ",
+                           "SERVICE: kafka running version: ",
+                           " (0x0",
+                           "SERVICE: kafka running version differs to expected 1.5.2",
+                           "CONFIGURATION: option [kafka_broker] is set to [",
+                           "SERVICE: kafka topic is set to [corvanth_medianode_127o0o0o1_",
+                           "SERVICE: kafka group is set to [corvanth_medianode_127o0o0o1_",
+                           "PACKETS_READER: thread [",
+                           "SERVICE: signal 3 has been received",
+                           "PACKETS_READER: thread [",
+                           "ANALYSIS_REPORT: reporting thread stopped",
                            "MESSAGE_BROKER: messages listening thread [",
-                           "STATISTIC_SERVICE: thread [", "main thread ["}) {
+                           "STATISTIC_SERVICE: thread [",
+                           "main thread ["}) {
     at = output.find(line, at + 1);
     EXPECT_NE(at, output.npos) << line << " is missing or out of order in " << output;
   }

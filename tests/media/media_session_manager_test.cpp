@@ -145,6 +145,11 @@ TEST_F(SessionManagerTest, RefusedAndFailedStarts) {
   EXPECT_EQ(audit_order(), std::vector<uint64_t>{1}) << "a failure leaves what was there";
   EXPECT_EQ(statistic.allocation_errors.get(), 2u);
   EXPECT_EQ(manager.events, Events{});
+  for (const char last : {'1', '2'}) {
+    EXPECT_TRUE(log.has(cv::log::Level::ERROR, std::string("SESSION_MANAGER: Session "
+                                                           "00112233-4455-6677-8899-aabbccddee0") +
+                                                   last + " allocation failed"));
+  }
 }
 
 TEST_F(SessionManagerTest, StartRevivesAZombie) {
@@ -161,6 +166,9 @@ TEST_F(SessionManagerTest, StartRevivesAZombie) {
   EXPECT_EQ(session.m_last_activity_us, session_of(two).m_last_activity_us + 1);
   EXPECT_EQ(audit_order(), (std::vector<uint64_t>{2, 1}));
   EXPECT_EQ(statistic.zombies.get(), 0u);
+  EXPECT_TRUE(log.has(cv::log::Level::INFO,
+                      "SESSION_MANAGER: Session 00112233-4455-6677-8899-aabbccddee01 was created "
+                      "out the zombie"));
   in(one.data(0, 40, 10 * second_us));
   EXPECT_EQ(session.m_last_activity_us, zombie_created_us + int64_t{3000000});
   EXPECT_EQ(manager.events, (Events{"created 2", "media 2", "created 1", "media 1"}));
@@ -188,6 +196,16 @@ TEST_F(SessionManagerTest, TimesOutAfter300SecondsAndNotBefore) {
   EXPECT_EQ(statistic.sessions.get() + statistic.zombies.get(), 0u);
   EXPECT_EQ(statistic.audit_executions.get(), 1u);
   EXPECT_EQ(log.count_containing(": 1000000000 1300000000"), 2u);
+}
+
+TEST_F(SessionManagerTest, AnAuditRemovesTenAtMost) {
+  for (uint8_t number = 1; number <= 12; ++number) in(CallPackets(number).start());
+  clock.advance_us(SessionManager::timeout_us);
+  for (const std::size_t left : {2, 0}) {
+    EXPECT_TRUE(manager.audit());
+    EXPECT_EQ(statistic.sessions.get(), left);
+  }
+  EXPECT_FALSE(manager.audit());
 }
 
 TEST_F(SessionManagerTest, ActivityFollowsMediaTime) {

@@ -169,6 +169,28 @@ TEST_F(DatabaseDispatcherTest, SamplesThatDoNotComeAreWaitedForFiveSecondsAfterT
   EXPECT_EQ(configure(2, {{5, {1, 3, 4}}}), std::set<uint32_t>{}) << "they are there to be reused";
 }
 
+TEST_F(DatabaseDispatcherTest, WhatIsNotBuiltIsNotPublishedAndWhatNobodyTookIsReleased) {
+  dispatcher.swap_database();
+  EXPECT_TRUE(swaps.empty());
+  dispatcher.build_database();
+  dispatcher.swap_database();
+  EXPECT_EQ(swaps, std::vector<bool>{false});
+  configure(1, {});
+  configure(2, {});
+  EXPECT_EQ(swaps, (std::vector<bool>{false, true, true}));
+  EXPECT_FALSE(get(5));
+  EXPECT_EQ(version, 2u);
+  EXPECT_EQ(log.tagged("DATABASE_DISPATCHER: "),
+            (Texts{"ERROR Cannot swap not build database", "ERROR database does not exist",
+                   "SYSTEM database container (1) created",
+                   "SYSTEM new database has no configurations to build",
+                   "SYSTEM database container swapped", "SYSTEM database container (2) created",
+                   "SYSTEM new database has no configurations to build",
+                   "INFO database container (1) wasn't switched; releasing",
+                   "SYSTEM database container (1) destroyed", "SYSTEM database container swapped",
+                   "SYSTEM database switched to (2)"}));
+}
+
 // A request that is repeated is answered twice, sample by sample.
 TEST_F(DatabaseDispatcherTest, BuildsAgainForASampleThatHasChangedAndNotForOneThatComesAgain) {
   configure(1, {{5, {1, 2}}});
