@@ -1,5 +1,6 @@
 #include "messaging/messaging_partition_assignment.h"
 
+#include <memory>
 #include <sstream>
 
 #include "log/log.h"
@@ -16,6 +17,23 @@ void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition
   out << partition->topic() << '/' << partition->partition();
 }
 
+/// Takes the partitions over or gives them back. What the library is to be told depends on the group's
+/// protocol: the whole assignment by default, what changes under an operator's cooperative strategy.
+void change(RdKafka::KafkaConsumer& consumer, bool assign,
+            const PartitionAssignment::Partitions& partitions) {
+  RdKafka::ErrorCode code = RdKafka::ERR_NO_ERROR;
+  if (consumer.rebalance_protocol() == "COOPERATIVE") {
+    const std::unique_ptr<RdKafka::Error> error(assign ? consumer.incremental_assign(partitions)
+                                                       : consumer.incremental_unassign(partitions));
+    if (error != nullptr) code = error->code();
+  } else {
+    code = assign ? consumer.assign(partitions) : consumer.unassign();
+  }
+  if (code == RdKafka::ERR_NO_ERROR) return;
+  CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to " << (assign ? "assign" : "unassign")
+                       << " partitions, error (" << code << "): " << RdKafka::err2str(code);
+}
+
 }  // namespace
 
 void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka::ErrorCode code,
@@ -26,8 +44,8 @@ void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka
                                                  : bracketed(partitions, &print_partition));
   });
   if (code != RdKafka::ERR__ASSIGN_PARTITIONS) {
-    m_silent_partitions.clear();
-    consumer.unassign();
+    attempt([&] { forget(partitions); });
+    attempt([&] { change(consumer, false, partitions); });
     return;
   }
   const bool first = m_first_assignment.exchange(false);
@@ -38,14 +56,13 @@ void PartitionAssignment::on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka
     remember(partitions);
   });
   if (first) m_consumer_ready.set_value();
-  consumer.assign(partitions);
+  attempt([&] { change(consumer, true, partitions); });
 }
 
 // A partition assigned without an offset is read from a place that the library asks the cluster for
 // afterwards, and what is published meanwhile may lie before it. Its first message or end of
 // partition tells that the place is settled.
 void PartitionAssignment::expect_to_hear(const Partitions& partitions) {
-  m_silent_partitions.clear();
   for (const RdKafka::TopicPartition* partition : partitions) {
     if (partition->offset() < 0) {
       m_silent_partitions.emplace(partition->topic(), partition->partition());
@@ -54,6 +71,12 @@ void PartitionAssignment::expect_to_hear(const Partitions& partitions) {
   // At the first assignment this comes before the constructor is let go: its caller's first look
   // counts the assignment in.
   if (m_silent_partitions.empty()) m_assignments.fetch_add(1, std::memory_order_release);
+}
+
+void PartitionAssignment::forget(const Partitions& partitions) {
+  for (const RdKafka::TopicPartition* partition : partitions) {
+    m_silent_partitions.erase({partition->topic(), partition->partition()});
+  }
 }
 
 // The group's positions alone would not do: while the brokers are away nothing is committed, and of a

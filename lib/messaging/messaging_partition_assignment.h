@@ -9,7 +9,7 @@
 //    published from then on arrives.
 // Threads: everything on the consumer thread, but for assignments() and the future, which are for any.
 // Failure: an end of a partition that cannot be asked for is an ERROR line; it is then read from
-// where the group's position, or its absence, says.
+// where the group's position, or its absence, says. So is an assignment that the library refuses.
 #pragma once
 
 #include <atomic>
@@ -36,8 +36,8 @@ class PartitionAssignment {
   /// the answer to one sent when all partitions have counted will be heard. Any thread.
   uint64_t assignments() const { return m_assignments.load(std::memory_order_acquire); }
 
-  /// The consumer's rebalance callback: takes the partitions over, or gives all of them back. May
-  /// wait for the brokers, about one second a partition.
+  /// The consumer's rebalance callback: takes the partitions over, or gives them back. May wait for
+  /// the brokers, about one second a partition.
   void on_rebalance(RdKafka::KafkaConsumer& consumer, RdKafka::ErrorCode code,
                     Partitions& partitions);
   /// To be called with everything that the consumer consumes.
@@ -47,6 +47,7 @@ class PartitionAssignment {
   static void sync_offsets(RdKafka::KafkaConsumer& consumer, Partitions& partitions,
                            int timeout_ms);
   void expect_to_hear(const Partitions& partitions);
+  void forget(const Partitions& partitions);
   void remember(const Partitions& partitions);
   void restore(Partitions& partitions) const;
 

@@ -161,6 +161,59 @@ TEST(MessageBroker, AFullQueueIsTriedThreeTimesAndNoTopicsMeanNoConsumer) {
   EXPECT_FALSE(log.has_containing("listening thread"));
 }
 
+// The one property whose value changes what the rebalance callback has to call.
+TEST(MessageBroker, ListensUnderACooperativeAssignmentToo) {
+  LogCapture log;
+  MockKafka kafka({"own"});
+  Received received;
+  MessageBrokerSettings settings = received.settings(kafka.brokers(), {"own"});
+  settings.properties = {{"partition.assignment.strategy", "cooperative-sticky"}};
+  MessageBroker broker(std::move(settings));
+  EXPECT_EQ(broker.assignments(), 1u);
+  kafka.produce("own", compressed("after"));
+  EXPECT_TRUE(eventually([&] { return !received.all().empty(); }));
+  EXPECT_EQ(received.all(), (Texts{"after"}));
+}
+
+/// A notice of the library.
+struct Notice : RdKafka::Event {
+  explicit Notice(Type notice_type) : m_type(notice_type) {}
+  Type type() const override { return m_type; }
+  RdKafka::ErrorCode err() const override { return RdKafka::ERR__TRANSPORT; }
+  Severity severity() const override { return EVENT_SEVERITY_WARNING; }
+  std::string fac() const override { return "FAIL"; }
+  std::string str() const override { return "text of s3cret"; }
+  int throttle_time() const override { return 70; }
+  std::string broker_name() const override { return "broker"; }
+  int broker_id() const override { return 3; }
+  bool fatal() const override { return m_fatal; }
+
+  Type m_type;
+  bool m_fatal = false;
+};
+
+TEST(MessageBroker, WritesTheLibrarysNoticesWithoutSecrets) {
+  MessageBrokerSettings settings;
+  settings.brokers = "127.0.0.1:1";
+  settings.properties = {{"sasl.password", "s3cret"}};
+  MessageBroker broker(std::move(settings));
+  LogCapture log;
+  using Event = RdKafka::Event;
+  for (const auto type :
+       {Event::EVENT_ERROR, Event::EVENT_STATS, Event::EVENT_LOG, Event::EVENT_THROTTLE}) {
+    Notice notice(type);
+    broker.event_cb(notice);
+  }
+  Notice fatal(Event::EVENT_ERROR);
+  fatal.m_fatal = true;
+  broker.event_cb(fatal);
+  const std::string reason = RdKafka::err2str(RdKafka::ERR__TRANSPORT);
+  EXPECT_EQ(log.tagged("MESSAGE_BROKER: "),
+            (Texts{"ERROR  error (" + reason + "): text of ***", "ERROR STAT: text of ***",
+                   "INFO LOG-4-FAIL: text of ***", "INFO THROTTLED: 70ms by broker(id: 3)",
+                   "ERROR FATAL error (" + reason + "): text of ***"}));
+}
+
 constexpr const char* unknown_topic_line =
     "MESSAGE_BROKER: topic [own] is unknown, let's check the one has been already created at "
     "broker";
