@@ -229,11 +229,17 @@ void ServiceBase::signals_subscribe() {
   action.sa_sigaction = &ServiceBase::signals_handler;
   action.sa_flags = SA_SIGINFO;
   sigemptyset(&action.sa_mask);
+  sigset_t heard;
+  sigemptyset(&heard);
+  sigaddset(&heard, SIGALRM);
   for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2}) {
     if (sigaction(number, &action, nullptr) != 0) {
       throw std::system_error(errno, std::generic_category(), "impossible to handle signals");
     }
+    sigaddset(&heard, number);
   }
+  // Whoever starts the node may have blocked them, and its mask is inherited.
+  pthread_sigmask(SIG_UNBLOCK, &heard, nullptr);
 }
 
 /// Ends the process whatever its threads wait for, a name server or a full pipe behind standard error.
