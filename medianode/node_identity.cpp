@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 
+#include "log/log.h"
 #include "net/net_hosts.h"
 
 namespace cv::mn {
@@ -16,7 +17,14 @@ std::string node_identity(const std::string& kafka_broker, uint16_t port) {
   }
   // A topic's name with both dots and underscores may collide with another in Kafka's metrics.
   std::replace(local.begin(), local.end(), '.', 'o');
-  return "corvanth_medianode_" + local + "_" + std::to_string(port);
+  std::string identity = "corvanth_medianode_" + local + "_" + std::to_string(port);
+  if (local.empty()) {
+    CV_LOG(WarningMessage)
+        << "SERVICE: [kafka_broker] begins with no IPv4 address that this machine "
+           "reaches: of all nodes with the identity ["
+        << identity << "] only one hears the configuration manager";
+  }
+  return identity;
 }
 
 }  // namespace cv::mn
