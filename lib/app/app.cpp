@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <fcntl.h>
 #include <functional>
 #include <iostream>
 #include <iterator>
@@ -82,8 +83,17 @@ static bool guarded(const std::function<bool()>& hook) {
   return false;
 }
 
+/// A standard descriptor that came closed would be the next socket's, and log lines would go into that.
+static void fill_standard_descriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    // The lowest free one is taken: this one, for those below are in use by now.
+    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+  }
+}
+
 int ServiceBase::start(int argc, char** argv) {
   if (m_started.exchange(true)) return exit_already_running;
+  fill_standard_descriptors();
   int status = exit_failure;
   guarded([&] {
     const std::optional<int> ended = prepare(argc, argv);

@@ -1,7 +1,9 @@
 #include "app/app.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <unistd.h>
 
 #include "app/scripted_service.h"
 #include "support/log_capture.h"
@@ -85,6 +87,22 @@ TEST(ServiceBase, CallsItsHooksInOrderAndEndsWellWhateverOneDoes) {
     EXPECT_TRUE(c.error.empty() || log.has(cv::log::Level::ERROR, "SERVICE: " + c.error));
     EXPECT_EQ(log.has_containing("] stopped"), c.hook != "prepare");
   }
+}
+
+// As a shell starts it with "2>&-".
+TEST(ServiceBaseDeathTest, FillsTheStandardDescriptorsThatCameClosed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto start = [](int closed) {
+    cv::test::ScriptedService service;
+    service.script["work"] = [closed] {
+      return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(closed)) ==
+             "/dev/null";
+    };
+    close(closed);
+    _exit(service.run({}) == 0 ? 33 : 34);
+  };
+  EXPECT_EXIT(start(STDIN_FILENO), testing::ExitedWithCode(33), "");
+  EXPECT_EXIT(start(STDERR_FILENO), testing::ExitedWithCode(33), "");
 }
 
 }  // namespace
