@@ -84,6 +84,10 @@ struct Node {
 
 TEST(ControlEvents, AsksForWhatHasAnotherVersion) {
   Node node;
+  EXPECT_EQ(node.receive("config_manager_started", "{}"),
+            (Lines{"SYSTEM requesting config versions"}));
+  EXPECT_EQ(node.sent, (Lines{R"(req {"type":"get_versions", "config_topic":"node"})"}));
+  node.sent.clear();
   node.configuration->m_config_versions[deadair_config] = 4;
   EXPECT_EQ(node.receive("config_versions",
                          R"({"data":{"another":9,"corvanth_deadair_configuration":4}})"),
@@ -102,11 +106,14 @@ TEST(ControlEvents, AsksForWhatHasAnotherVersion) {
 
 TEST(ControlEvents, BuildsADatabaseFromConfigurationAndSamples) {
   Node node;
-  node.receive(sample_config,
-               R"({"version":5,"data":[7,
+  const Lines lines = node.receive(sample_config,
+                                   R"({"version":5,"data":[7,
     {"rule_id":1,"sample_id":7,"threshold":2,"event_object":{ "b" : [ 1.5 , "x" ], "a":null }},
     {"rule_id":1,"sample_id":7,"threshold":9,"event_object":"second","sample_name":"second"},
     {"rule_id":2,"sample_id":7,"threshold":-0.5,"event_object":"two","sample_name":"n\u0000m"}]})");
+  EXPECT_EQ(lines, (Lines{"ERROR entry of field \"data\" has invalid format",
+                          "WARNING Sample [7]: sample name is not specified, using pattern "
+                          "'id_<sample_id>'"}));
   EXPECT_EQ(node.sent, (Lines{request_of(sample_list)}));
   EXPECT_EQ(node.version(sample_config), 5u);
   EXPECT_EQ(node.database(1), nullptr);
@@ -179,6 +186,15 @@ TEST(ControlEvents, RefusesMembersThatAreMissingOrAreNotWhatTheyShouldBe) {
   } cases[] = {
       {sample_config, R"({"data":[]})", "ERROR " + mandatory("version"), 5},
       {sample_config, R"({"version":-1,"data":[]})", invalid("version"), 5},
+      {sample_config, R"({"version":6,"data":{}})", invalid("data"), 5},
+      // The first that is missing is the one that is named.
+      {sample_config, samples(R"("name":1)"), "ERROR " + mandatory("rule_id"), 6},
+      {sample_config, samples(R"("rule_id":3)"), "ERROR " + mandatory("sample_id"), 6},
+      {sample_config, samples(R"("rule_id":3,"sample_id":7)"), "ERROR " + mandatory("threshold"),
+       6},
+      {sample_config,
+       samples(R"("rule_id":3,"sample_id":4294967296,"threshold":1,"event_object":1)"),
+       "ERROR field \"sample_id\" is out of bound (4294967296)", 6},
       {sample_config, samples(R"("rule_id":3,"sample_id":7,"threshold":1)"),
        "WARNING " + mandatory("event_object"), 6},
       {sample_config, samples(sample + R"(,"sample_name":1)"), invalid("sample_name"), 6},
@@ -190,6 +206,10 @@ TEST(ControlEvents, RefusesMembersThatAreMissingOrAreNotWhatTheyShouldBe) {
       {deadair_config, samples(R"("rule_id":3,"dev_threshold":"1")"), invalid("dev_threshold"), 6},
       {deadair_config, samples(R"("rule_id":3,"activity_hits":4294967296)"),
        invalid("activity_hits"), 6},
+      {deadair_config, samples(R"("dev_threshold":1)"), "ERROR " + mandatory("rule_id"), 6},
+      {sample_list, "{}", "ERROR " + mandatory("data"), 0},
+      {sample_list, R"({"data":{}})", "ERROR " + mandatory("id"), 0},
+      {sample_list, R"({"data":{"id":7}})", "ERROR " + mandatory("hash"), 0},
       {sample_list, R"({"data":{"id":7,"hash":1}})", invalid("hash"), 0},
       {"config_versions", R"({"data":{"corvanth_sample_configuration":"5"}})",
        invalid("corvanth_sample_configuration"), 0},

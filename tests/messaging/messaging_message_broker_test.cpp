@@ -140,20 +140,26 @@ TEST(MessageBroker, AHandlerSendsOnWhileTheBrokerIsDestroyed) {
 TEST(MessageBroker, AFullQueueIsTriedThreeTimesAndNoTopicsMeanNoConsumer) {
   LogCapture log;
   {
-    std::atomic<bool> interrupted{true};
+    std::atomic<bool> interrupted{false};
     MessageBrokerSettings settings;
     settings.brokers = "127.0.0.1:1";
-    settings.properties = {{"queue.buffering.max.messages", "1"}, {"message.timeout.ms", "4000"}};
+    settings.properties = {{"queue.buffering.max.messages", "1"}, {"message.timeout.ms", "8000"}};
     settings.interrupted = [&] { return interrupted.load(); };
     MessageBroker broker(std::move(settings));
     EXPECT_TRUE(broker.usable());
-    send(broker, "topic", "waits");
-    EXPECT_TRUE(log.tagged("MESSAGE_BROKER: ").empty()) << "a stop needs no warning";
-    interrupted = false;
-    send(broker, "topic", "finds no room");
+    const auto lines_of_a_send = [&](const std::string& body) {
+      log.clear();
+      send(broker, "topic", body);
+      return log.tagged("MESSAGE_BROKER: ");
+    };
+    EXPECT_EQ(lines_of_a_send("waits"),
+              (Texts{"WARNING message may not be sent to [topic]; error (-185): " +
+                     RdKafka::err2str(RdKafka::ERR__TIMED_OUT)}));
     const std::string refused = "ERROR failed to send message to [topic]; error (-184): " +
                                 RdKafka::err2str(RdKafka::ERR__QUEUE_FULL);
-    EXPECT_EQ(log.tagged("MESSAGE_BROKER: "), (Texts{refused, refused, refused}));
+    EXPECT_EQ(lines_of_a_send("finds no room"), (Texts{refused, refused, refused}));
+    interrupted = true;
+    EXPECT_EQ(lines_of_a_send("is not waited for"), (Texts{refused}));
   }
   EXPECT_TRUE(
       log.has(Level::ERROR, "MESSAGE_BROKER: message delivery failed to topic[-1], error: " +
@@ -212,6 +218,26 @@ TEST(MessageBroker, WritesTheLibrarysNoticesWithoutSecrets) {
             (Texts{"ERROR  error (" + reason + "): text of ***", "ERROR STAT: text of ***",
                    "INFO LOG-4-FAIL: text of ***", "INFO THROTTLED: 70ms by broker(id: 3)",
                    "ERROR FATAL error (" + reason + "): text of ***"}));
+}
+
+// Where it is read from is settled later then, and what comes before may be skipped.
+TEST(MessageBroker, APartitionWhoseEndIsNotToldCountsWhenItIsHeard) {
+  LogCapture log;
+  MockKafka kafka({"own"});
+  constexpr int16_t list_offsets_request = 2;
+  // One for the beginning, one for the end.
+  kafka.push_errors(list_offsets_request, {RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED,
+                                           RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED});
+  Received received;
+  MessageBroker broker(received.settings(kafka.brokers(), {"own"}));
+  EXPECT_TRUE(
+      log.has(Level::ERROR, "MESSAGE_BROKER: failed to receive offset for [own/0]: error (29): \"" +
+                                RdKafka::err2str(RdKafka::ERR_TOPIC_AUTHORIZATION_FAILED) + '"'));
+  ASSERT_TRUE(eventually([&] { return broker.assignments() == 1; }));
+  kafka.produce("own", compressed("after"));
+  EXPECT_TRUE(eventually([&] { return !received.all().empty(); }));
+  EXPECT_EQ(received.all(), (Texts{"after"}));
+  EXPECT_EQ(broker.assignments(), 1u) << "not when it was assigned";
 }
 
 constexpr const char* unknown_topic_line =
