@@ -117,7 +117,7 @@ TEST_F(Analyse, TheNodesSettingsHold) {
   EXPECT_EQ(count("corvanth_sample_match"), 1u) << m_out;
   ASSERT_EQ(analyse({known, "--args", "report_transfer_disabled=sample_detection"}), exit_done);
   EXPECT_EQ(count("\n"), 1u) << "the activity alone: " << m_out;
-  ASSERT_EQ(analyse({known, "--features", "samples"}), exit_done);
+  ASSERT_EQ(analyse({"--features", "samples", known}), exit_done);
   EXPECT_EQ(count("audio_activity"), 0u);
   EXPECT_EQ(analyse({known, "--args", "audio_detection_drift=9"}), exit_failed);
   EXPECT_NE(m_err.find("must not exceed"), m_err.npos);

@@ -51,6 +51,10 @@ TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
       {1, listen, {"--count", "1"}},
       {2, configd, {"--brokers", "b:1", "--embedded-broker"}},
       {1, configd, {"--embedded-broker"}},
+      {2, {"analyse", "--list"}, {}},
+      {2, {"analyse", "--pcap", m_file}, {m_file}},
+      {2, {"analyse", m_file}, {"--samples", m_folder.path(), "--rules", m_file}},
+      {1, {"analyse", "--list", "--pcap", m_file}, {}},
   };
   for (const auto& row : table) {
     std::vector<std::string> arguments = row.command;

@@ -1,6 +1,5 @@
 #include "tools/analyse/analyse_command.h"
 
-#include <CLI/CLI.hpp>
 #include <ctime>
 #include <fstream>
 #include <iomanip>
@@ -13,6 +12,7 @@
 
 #include "core/clock.h"
 #include "tools/analyse/analysis.h"
+#include "tools/analyse/capture.h"
 #include "tools/analyse/trace_csv.h"
 #include "tools/audio_file.h"
 #include "tools/command_line.h"
@@ -60,9 +60,36 @@ Snapshot read_site(const AnalyseOptions& options, StopSignals& stop) {
   return snapshot;
 }
 
+Capture open_capture(const AnalyseOptions& options) {
+  std::string error;
+  auto capture = read_capture(options.capture, error);
+  if (!capture) throw AnalyseFailure(error);
+  const std::string faults = capture_faults(*capture);
+  if (!faults.empty()) std::cerr << "corvanth: " << options.capture << ": " << faults << "\n";
+  return std::move(*capture);
+}
+
+int list_streams(const AnalyseOptions& options) {
+  const Capture capture = open_capture(options);
+  std::cout << capture_table(capture);
+  if (!capture.streams.empty()) return exit_done;
+  std::cerr << "corvanth: " << options.capture << ": there is no RTP stream among its "
+            << capture.frames << " packets\n";
+  return exit_failed;
+}
+
+RecordingSource find_call(const AnalyseOptions& options) {
+  std::string error;
+  const auto streams =
+      choose_streams(open_capture(options), {options.originator, options.terminator}, error);
+  if (!streams) throw AnalyseFailure(options.capture + ": " + error);
+  return call_source(options.capture, *streams);
+}
+
 std::vector<RecordingSource> find_sources(const AnalyseOptions& options, int& status) {
-  if (options.pair) return {{options.recordings[0], options.recordings, 0}};
-  const uint16_t mono_side = options.mono_side == "terminator" ? 1 : 0;
+  if (!options.capture.empty()) return {find_call(options)};
+  if (options.pair) return {file_source(options.recordings, 0)};
+  const std::size_t mono_side = options.mono_side == "terminator" ? 1 : 0;
   std::vector<RecordingSource> sources;
   for (const std::string& path : options.recordings) {
     std::string error;
@@ -75,7 +102,7 @@ std::vector<RecordingSource> find_sources(const AnalyseOptions& options, int& st
 
 CallTerms make_terms(const AnalyseOptions& options) {
   CallTerms terms;
-  terms.rule = options.rule;
+  terms.rule = options.rule.value();
   terms.features = feature_bits(options.features).value();
   terms.timestamp = options.timestamp;
   if (!options.uuid.empty()) terms.uuid = parse_uuid(options.uuid);
@@ -108,6 +135,7 @@ class OutputFile {
 /// What a thread hands over: texts, so that little is left for the one that writes.
 struct Result {
   Analysed analysed;  // without its trace
+  std::vector<std::string> notes;
   std::string frames;
   std::string scores;
 };
@@ -172,8 +200,9 @@ class AnalyseRun {
 
   Result analyse(Analysis& analysis, const RecordingSource& source) const {
     Result result;
-    auto recording = read_recording(source, result.analysed.error);
+    auto recording = source.read(result.analysed.error);
     if (!recording) return result;
+    result.notes = std::move(recording->notes);
     result.analysed = analysis.run(std::move(*recording));
     if (const auto trace = std::exchange(result.analysed.trace, std::nullopt)) {
       if (m_frames.wanted()) result.frames = frames_csv(*trace);
@@ -190,6 +219,7 @@ class AnalyseRun {
       m_status = exit_failed;
       return true;
     }
+    for (const std::string& note : result.notes) std::cerr << "corvanth: " << note << "\n";
     m_samples += analysed.samples;
     m_lines += analysed.lines.size();
     for (const std::string& line : analysed.lines) std::cout << line << '\n';
@@ -236,25 +266,13 @@ class AnalyseRun {
   int m_status = exit_done;
 };
 
-void check(const AnalyseOptions& options) {
-  if (!feature_bits(options.features)) throw CLI::ValidationError("--features", "unknown name");
-  if (feature_bits(options.features) == 0) {
-    throw CLI::ValidationError("--features", "none leaves nothing to analyse");
-  }
-  if (options.pair && options.recordings.size() != 2) {
-    throw CLI::ValidationError("--pair", "takes two RECORDINGs");
-  }
-  if (!options.uuid.empty() && !parse_uuid(options.uuid)) {
-    throw CLI::ValidationError("--uuid", "is not 32 hexadecimal digits");
-  }
-}
-
 }  // namespace
 
 int run_analyse(const AnalyseOptions& options) {
   StopSignals stop;
   const ComplaintsToStandardError log;
   try {
+    if (options.list) return list_streams(options);
     int status = exit_done;
     const rc_ptr<mn::Configuration> settings = read_settings(options);
     auto sources = find_sources(options, status);
@@ -268,66 +286,6 @@ int run_analyse(const AnalyseOptions& options) {
     std::cerr << "corvanth: " << failure.what() << "\n";
     return exit_failed;
   }
-}
-
-void add_analyse_command(CLI::App& app, int& status) {
-  auto options = std::make_shared<AnalyseOptions>();
-  CLI::App* command =
-      app.add_subcommand("analyse", "Print what a node would report about recordings");
-  command
-      ->add_option("RECORDING", options->recordings,
-                   "files of one channel, or of two (originator, terminator), and folders of them")
-      ->required();
-  command->add_flag(
-      "--pair", options->pair,
-      "two RECORDINGs of one channel are the originator and the terminator of a call");
-  command->add_option("--side", options->mono_side, "whose the channel is of a recording with one")
-      ->check(CLI::IsMember({"originator", "terminator"}))
-      ->capture_default_str();
-  command->add_option("--samples", options->samples, "the recordings that configd serves")
-      ->required();
-  command->add_option("--rules", options->rules, "the rules that configd serves")->required();
-  command->add_option("--rule", options->rule, "the rule id of the calls")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
-  command->add_option("--state", options->state, "configd's state file (default: RULES.state)");
-  add_sample_settings(*command, options->settings);
-  command
-      ->add_option("--features", options->features,
-                   "samples, activity, activity-originator, activity-terminator")
-      ->delimiter(',')
-      ->capture_default_str();
-  command->add_option("--config", options->config_file,
-                      "the node's settings file (default: the node's defaults)");
-  command->add_option("--args", options->args, "settings on top of it, as the node's --args");
-  command->add_option("--uuid", options->uuid,
-                      "session_uuid of the one RECORDING (default: made from its name)");
-  command->add_option("--timestamp", options->timestamp, "session_timestamp of the calls")
-      ->check(CLI::NonNegativeNumber)
-      ->capture_default_str();
-  command
-      ->add_option("--config-version", options->config_version,
-                   "version of the configuration (default: the state file's, or 1)")
-      ->check(CLI::NonNegativeNumber);
-  command->add_option("--index", options->index,
-                      "write a line for each recording: uuid, name, seconds, number of reports");
-  command->add_option("--csv", options->csv, "write what the node sees of every frame");
-  command->add_option("--csv-scores", options->csv_scores,
-                      "write the scores of samples, point by point");
-  command
-      ->add_option("--tracks", options->trace.tracks,
-                   "for both: samples of each side that came nearest, beside those found")
-      ->check(CLI::Range(0U, 100000U))
-      ->capture_default_str();
-  command->add_option("--track", options->trace.names,
-                      "for both: a sample by its name, in any case");
-  command->add_option("--jobs", options->jobs, "threads; 0 for one a processor")
-      ->check(CLI::Range(0U, 1024U))
-      ->capture_default_str();
-  command->callback([options, &status] {
-    check(*options);
-    status = run_analyse(*options);
-  });
 }
 
 }  // namespace cv::tools

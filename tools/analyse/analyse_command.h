@@ -13,11 +13,15 @@ namespace cv::tools {
 
 struct AnalyseOptions {
   std::vector<std::string> recordings;  // files and folders
-  bool pair = false;                    // two files: the sides of one call
+  std::string capture;                  // instead: a file of packets
+  bool list = false;                    // only its streams
+  std::string originator;               // which stream; empty: found out, or none
+  std::string terminator;
+  bool pair = false;  // two files: the sides of one call
   std::string mono_side = "originator";
   std::string samples;
   std::string rules;
-  uint64_t rule = 0;
+  std::optional<uint64_t> rule;
   std::string state;          // of configd; empty: the rules file's with ".state" appended
   SampleSettings settings{};  // as configd's
   std::vector<std::string> features = {"samples", "activity"};

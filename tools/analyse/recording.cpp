@@ -9,42 +9,50 @@
 
 namespace cv::tools {
 
-bool find_recordings(const std::string& path, uint16_t mono_side,
-                     std::vector<RecordingSource>& sources, std::string& error) {
-  std::error_code no_status;
-  if (!std::filesystem::is_directory(path, no_status)) {
-    sources.push_back({path, {path}, mono_side});
-    return true;
-  }
-  const auto found = FileWatcher(path, {}).look();
-  error = found.error;
-  if (error.empty() && found.changed.empty()) error = path + ": there is no recording in it";
-  for (const std::string& file : found.changed) {
-    const std::string name = (std::filesystem::path(path) / file).string();
-    sources.push_back({name, {name}, mono_side});
-  }
-  return error.empty();
-}
+namespace {
 
-std::optional<Recording> read_recording(const RecordingSource& source, std::string& error) {
+std::optional<Recording> read_files(const std::vector<std::string>& files, std::size_t mono_side,
+                                    std::string& error) {
   Recording recording;
-  recording.name = source.name;
-  const std::size_t max_channels = source.files.size() == 1 ? 2 : 1;
+  recording.name = files.front();
+  const std::size_t max_channels = files.size() == 1 ? 2 : 1;
   std::size_t side = 0;
-  for (const std::string& file : source.files) {
+  for (const std::string& file : files) {
     auto channels = read_channels(file, max_channels, error);
     if (channels && channels->front().empty()) error = "there is no audio in it";
     if (!error.empty()) {
       error = file + ": " + error;
       return std::nullopt;
     }
-    if (source.files.size() == 1 && channels->size() == 1) side = source.mono_side;
+    if (files.size() == 1 && channels->size() == 1) side = mono_side;
     for (auto& samples : *channels) {
       recording.sides[side] = std::move(samples);
       recording.there[side++] = true;
     }
   }
   return recording;
+}
+
+}  // namespace
+
+RecordingSource file_source(const std::vector<std::string>& files, std::size_t mono_side) {
+  return {files.front(), [=](std::string& error) { return read_files(files, mono_side, error); }};
+}
+
+bool find_recordings(const std::string& path, std::size_t mono_side,
+                     std::vector<RecordingSource>& sources, std::string& error) {
+  std::error_code no_status;
+  if (!std::filesystem::is_directory(path, no_status)) {
+    sources.push_back(file_source({path}, mono_side));
+    return true;
+  }
+  const auto found = FileWatcher(path, {}).look();
+  error = found.error;
+  if (error.empty() && found.changed.empty()) error = path + ": there is no recording in it";
+  for (const std::string& file : found.changed) {
+    sources.push_back(file_source({(std::filesystem::path(path) / file).string()}, mono_side));
+  }
+  return error.empty();
 }
 
 media::Uuid recording_uuid(const std::string& name) {

@@ -94,4 +94,17 @@ std::vector<int16_t> through_codec(const std::vector<int16_t>& samples, SoundCod
   return decoded;
 }
 
+std::vector<int16_t> decode_sound(const std::vector<unsigned char>& bytes, SoundCodec codec) {
+  MemoryFile file{{bytes.begin(), bytes.end()}};
+  const Sound sound = open_memory(file, SFM_READ, subtype_of(codec));
+  std::vector<int16_t> samples;
+  std::vector<int16_t> block(4096);
+  while (const sf_count_t count =
+             sf_read_short(sound.get(), block.data(), static_cast<sf_count_t>(block.size()))) {
+    if (count < 0) break;
+    samples.insert(samples.end(), block.begin(), block.begin() + count);
+  }
+  return samples;
+}
+
 }  // namespace cv::tools

@@ -13,4 +13,7 @@ enum class SoundCodec { mulaw, alaw, gsm };
 /// was built without it.
 std::vector<int16_t> through_codec(const std::vector<int16_t>& samples, SoundCodec codec);
 
+/// Encoded bytes as audio; of mu-law and A-law each byte is a sample. Throws as through_codec().
+std::vector<int16_t> decode_sound(const std::vector<unsigned char>& bytes, SoundCodec codec);
+
 }  // namespace cv::tools

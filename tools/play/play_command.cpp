@@ -179,6 +179,7 @@ void add_play_command(CLI::App& app, int& status) {
       ->add_option("--features", options->features,
                    "samples, activity, activity-originator, activity-terminator, none")
       ->delimiter(',')
+      ->allow_extra_args(false)  // what follows is a FILE
       ->capture_default_str();
   command
       ->add_option("--silence", options->silent_side,
