@@ -13,6 +13,7 @@
 namespace cv::tools {
 
 inline constexpr int audio_rate_hz = 8000;
+inline constexpr int64_t us_per_sample = 1000000 / audio_rate_hz;
 
 /// What a file held before it was converted.
 struct SourceFormat {

@@ -207,6 +207,9 @@ TEST_F(CaptureTest, StreamsAreListedAndPickedAndBeginTogether) {
   // What is no stream of audio: once alone, RTCP, other UDP.
   frames.push_back({ipv4(udp(rtp({9, 0, codes(0), 0, 0xCCCC}))), 600000});
   frames.push_back({ipv4(udp(rtp({9, 0, codes(0), 200 & 0x7F, 0xCCCC}))), 600000});
+  for (const uint16_t sequence : {uint16_t{1}, uint16_t{2}}) {
+    frames.push_back({ipv4(udp(rtp({sequence, 0, codes(0), 207 & 0x7F, 0xCCCC}))), 600000});
+  }
   frames.push_back({ipv4(udp(Frame(40, 1))), 600000});
   const auto two = read(write(DLT_RAW, frames));
   ASSERT_TRUE(two) << error;
@@ -215,8 +218,17 @@ TEST_F(CaptureTest, StreamsAreListedAndPickedAndBeginTogether) {
   EXPECT_EQ(std::count(two->sides[1].begin(), two->sides[1].begin() + 4000, 0), 4000);
   EXPECT_EQ(two->sides[1][4000], decode_sound({0}, SoundCodec::alaw)[0]);
 
+  // A source that takes another SSRC goes on; two at once do not.
+  add(1000, 0xFFFF, payload_type_mulaw, 1, 2);
+  const auto changed = read(write(DLT_RAW, frames));
+  ASSERT_TRUE(changed) << error;
+  EXPECT_EQ(changed->sides[0].size(), 8480u);
+  EXPECT_EQ(changed->sides[1].size(), 4480u);
+  for (int i = 0; i < 3; ++i) frames.pop_back();
+
   add(700, 0xDDDD, 101, 1, 2);
   add(800, 0xEEEE, payload_type_mulaw, 3, 2);
+  add(790, 0x9999, payload_type_mulaw, 3, 2);
   const std::string path = write(DLT_RAW, frames);
   const std::string table = capture_table(read_capture(path, error).value());
   for (const char* part : {"0.0.0.1:4000-0.0.0.2:5000/0x0000aaaa", "mu-law", "A-law",
@@ -227,11 +239,12 @@ TEST_F(CaptureTest, StreamsAreListedAndPickedAndBeginTogether) {
   const struct {
     std::string originator, terminator, complaint;
   } choices[] = {
-      {"", "", "there are 3 streams"},
-      {"0.0.0.2", "0.0.0.3:4000", ""},
+      {"", "", "there are 4 streams"},
+      {"0.0.0.2", "0.0.0.3:4000/0x9999", ""},
       {"0xbbbb", "0.0.0.1:4000-0.0.0.2:5000/0x0000aaaa", ""},
-      {"", "0.0.0.3-0.0.0.2", ""},
-      {"0.0.0.1", "", "is 2 streams"},
+      {"", "0.0.0.3/0xeeee", ""},
+      {"0.0.0.1", "", ""},
+      {"0.0.0.3", "", "is 2 streams"},
       {"0.0.0.9", "", "is 0 streams"},
       {"0xdddd", "", "carries payload type 101"},
       {"0xbbbb", "0xbbbb", "both sides are one stream"},
@@ -343,6 +356,7 @@ TEST(RtpStream, IsInOrderAndInTimeWhateverTheNetworkDid) {
     uint32_t timestamp;  // of 160 samples, in units of them
     int64_t at_ms;
     int code;  // negative: no G.711
+    uint32_t ssrc = 1;
   };
   constexpr int silent = 0;
   const struct {
@@ -382,6 +396,18 @@ TEST(RtpStream, IsInOrderAndInTimeWhateverTheNetworkDid) {
        {{1, 0, 0, 1}, {9001, 1, 20, 2}, {9002, 2, 40, 3}},
        {{1, 160}, {2, 160}, {3, 160}},
        {.restarts = 1}},
+      {"sequence begins anew, not far back",
+       {{1000, 0, 0, 1}, {1001, 1, 20, 2}, {1, 2, 40, 3}, {2, 3, 60, 4}},
+       {{1, 160}, {2, 160}, {3, 160}, {4, 160}},
+       {.restarts = 1}},
+      {"another source goes on",
+       {{1, 50, 0, 1}, {1, 77, 1040, 2, 9}, {2, 78, 1060, 3, 9}},
+       {{1, 160}, {silent, 8160}, {2, 160}, {3, 160}},
+       {.restarts = 1}},
+      {"a clock that jumps",
+       {{1, 0, 0, 1}, {2, 9000, RtpStream::max_arrival_us / 1000, 2}, {3, 9001, 0, 3}},
+       {{1, 160}, {silent, 1440000 - 160}, {2, 160}, {3, 160}},
+       {}},
       {"a stray",
        {{1, 0, 0, 1}, {9001, 77, 10, 9}, {2, 1, 20, 2}},
        {{1, 160}, {2, 160}},
@@ -397,6 +423,7 @@ TEST(RtpStream, IsInOrderAndInTimeWhateverTheNetworkDid) {
     for (const Packet& packet : row.packets) {
       const Frame payload(160, static_cast<uint8_t>(packet.code));
       RtpPacket rtp_packet;
+      rtp_packet.key.ssrc = packet.ssrc;
       rtp_packet.sequence = packet.sequence;
       rtp_packet.timestamp = packet.timestamp * 160;
       rtp_packet.payload_type = packet.code < 0 ? 101 : payload_type_alaw;

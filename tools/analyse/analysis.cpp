@@ -37,7 +37,7 @@ Analysed Analysis::run(Recording recording) {
         analysed.lines.push_back(line);
       },
       [&](int64_t media_us) {
-        const uint64_t reached = static_cast<uint64_t>(media_us) * audio_rate_hz / 1000000;
+        const uint64_t reached = static_cast<uint64_t>(media_us / us_per_sample);
         m_progress.samples_done += reached - done;
         done = reached;
         return !m_progress.stopped;

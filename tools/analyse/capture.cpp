@@ -32,6 +32,13 @@ File open_capture(const std::string& path, std::string& error) {
   return {nullptr, &pcap_close};
 }
 
+/// A file may claim any.
+int64_t time_us(const timeval& time) {
+  constexpr int64_t most_s = RtpStream::max_arrival_us / 1000000 - 1;
+  return std::clamp<int64_t>(time.tv_sec, 0, most_s) * 1000000 +
+         std::clamp<int64_t>(time.tv_usec, 0, 999999);
+}
+
 /// Calls `on_frame(frame, arrival_us)` for each; why it ended early, or nothing.
 template <typename OnFrame>
 std::string for_each_frame(pcap_t* file, const OnFrame& on_frame) {
@@ -39,8 +46,7 @@ std::string for_each_frame(pcap_t* file, const OnFrame& on_frame) {
   const u_char* data = nullptr;
   int result = 0;
   while ((result = pcap_next_ex(file, &header, &data)) == 1) {
-    on_frame(std::span<const uint8_t>(data, header->caplen),
-             int64_t{header->ts.tv_sec} * 1000000 + header->ts.tv_usec);
+    on_frame(std::span<const uint8_t>(data, header->caplen), time_us(header->ts));
   }
   return result == PCAP_ERROR ? pcap_geterr(file) : "";
 }
@@ -68,44 +74,6 @@ void count(const RtpPacket& packet, int64_t at_us, CapturedStream& stream) {
   stream.payload_types.insert(packet.payload_type);
 }
 
-std::string types_text(const CapturedStream& stream) {
-  std::string text;
-  for (const uint8_t type : stream.payload_types) {
-    if (!text.empty()) text += ' ';
-    text += type == payload_type_mulaw  ? "mu-law"
-            : type == payload_type_alaw ? "A-law"
-                                        : std::to_string(type);
-  }
-  return stream.has_g711() ? text : text + " (not analysed)";
-}
-
-bool opposite(const CapturedStream& a, const CapturedStream& b) {
-  return a.key.from.address == b.key.to.address && a.key.to.address == b.key.from.address;
-}
-
-std::optional<RtpKey> choose_one(const Capture& capture, const std::string& choice_text,
-                                 std::string& error) {
-  const auto choice = StreamChoice::parse(choice_text);
-  if (!choice) {
-    error = "\"" + choice_text + "\" names no stream; --list shows how they are written";
-    return std::nullopt;
-  }
-  std::vector<const CapturedStream*> matching;
-  for (const CapturedStream& stream : capture.streams) {
-    if (choice->matches(stream.key)) matching.push_back(&stream);
-  }
-  if (matching.size() == 1 && matching[0]->has_g711()) return matching[0]->key;
-  if (matching.size() == 1) {
-    error = stream_text(matching[0]->key) + " carries payload type " + types_text(*matching[0]) +
-            "; mu-law (0) and A-law (8) are";
-    return std::nullopt;
-  }
-  error = "\"" + choice_text + "\" is " + std::to_string(matching.size()) + " streams";
-  for (const CapturedStream* stream : matching)
-    error.append("\n  ").append(stream_text(stream->key));
-  return std::nullopt;
-}
-
 std::string fault_text(const RtpFaults& faults) {
   std::vector<std::string> texts;
   const auto add = [&](uint64_t number, const char* what) {
@@ -126,16 +94,24 @@ void align(const std::array<RtpStream, 2>& streams, Recording& call) {
   const auto b = streams[1].first_arrival_us();
   if (!a || !b) return;
   const std::size_t later = *a < *b ? 1 : 0;
-  const int64_t gap_us = std::abs(*a - *b);
-  const int64_t samples = std::min(gap_us * audio_rate_hz / 1000000, RtpStream::max_gap_samples);
+  const int64_t gap = std::abs(*a - *b) / us_per_sample;
+  const int64_t samples = std::min(gap, RtpStream::max_gap_samples);
+  if (samples < gap)
+    call.notes.push_back(call.name + ": one side begins later than 300 s: cut to that");
   auto& side = call.sides[later];
   side.insert(side.begin(), static_cast<std::size_t>(samples), 0);
+}
+
+std::string side_text(const std::vector<RtpKey>& streams) {
+  std::vector<std::string> texts;
+  for (const RtpKey& key : streams) texts.push_back(stream_text(key));
+  return joined(texts);
 }
 
 std::string call_name(const std::string& path, const CallStreams& streams) {
   std::string name = path;
   for (const auto& stream : streams) {
-    if (stream) name.append(1, ' ').append(stream_text(*stream));
+    if (!stream.empty()) name.append(1, ' ').append(side_text(stream));
   }
   return name;
 }
@@ -150,16 +126,18 @@ std::optional<Recording> read_call(const std::string& path, const CallStreams& s
     RtpPacket packet;
     if (read_frame(link_type, frame, packet) != FrameKind::rtp) return;
     for (std::size_t side = 0; side < 2; ++side) {
-      if (streams[side] == packet.key) assembled[side].take(packet, arrival_us);
+      const auto& own = streams[side];
+      if (std::find(own.begin(), own.end(), packet.key) == own.end()) continue;
+      assembled[side].take(packet, arrival_us);
     }
   });
   Recording call;
   call.name = call_name(path, streams);
   for (std::size_t side = 0; side < 2; ++side) {
-    if (!streams[side]) continue;
+    if (streams[side].empty()) continue;
     RtpStream& stream = assembled[side];
     stream.finish();
-    const std::string name = path + ": " + stream_text(*streams[side]) + ": ";
+    const std::string name = path + ": " + side_text(streams[side]) + ": ";
     if (stream.too_long()) {
       error = name + "its audio would last more than 24 hours";
       return std::nullopt;
@@ -178,6 +156,17 @@ std::optional<Recording> read_call(const std::string& path, const CallStreams& s
 
 bool CapturedStream::has_g711() const {
   return std::any_of(payload_types.begin(), payload_types.end(), is_g711);
+}
+
+std::string CapturedStream::payload_text() const {
+  std::string text;
+  for (const uint8_t type : payload_types) {
+    if (!text.empty()) text += ' ';
+    text += type == payload_type_mulaw  ? "mu-law"
+            : type == payload_type_alaw ? "A-law"
+                                        : std::to_string(type);
+  }
+  return has_g711() ? text : text + " (not analysed)";
 }
 
 std::optional<Capture> read_capture(const std::string& path, std::string& error) {
@@ -210,7 +199,7 @@ std::string capture_table(const Capture& capture) {
   for (const CapturedStream& stream : capture.streams) {
     rows.push_back({stream_text(stream.key), std::to_string(stream.packets),
                     fixed(seconds(stream.first_us), 2), fixed(seconds(stream.last_us), 2),
-                    types_text(stream)});
+                    stream.payload_text()});
   }
   return text_table({{"stream"}, {"packets", true}, {"from s", true}, {"to s", true}, {"payload"}},
                     rows);
@@ -225,39 +214,6 @@ std::string capture_faults(const Capture& capture) {
   add(capture.fragments, " fragment(s) of packets");
   if (!capture.ends_early.empty()) faults.push_back("it ends early: " + capture.ends_early);
   return joined(faults);
-}
-
-std::optional<CallStreams> choose_streams(const Capture& capture,
-                                          const std::array<std::string, 2>& choices,
-                                          std::string& error) {
-  CallStreams chosen;
-  if (!choices[0].empty() || !choices[1].empty()) {
-    for (std::size_t side = 0; side < 2; ++side) {
-      if (choices[side].empty()) continue;
-      chosen[side] = choose_one(capture, choices[side], error);
-      if (!chosen[side]) return std::nullopt;
-    }
-    if (chosen[0] != chosen[1]) return chosen;
-    error = "both sides are one stream";
-    return std::nullopt;
-  }
-  std::vector<const CapturedStream*> audio;
-  for (const CapturedStream& stream : capture.streams) {
-    if (stream.has_g711()) audio.push_back(&stream);
-  }
-  const bool call = audio.size() == 2 && opposite(*audio[0], *audio[1]);
-  if (audio.size() == 1 || call) {
-    for (std::size_t i = 0; i < audio.size(); ++i) chosen[i] = audio[i]->key;
-    return chosen;
-  }
-  if (audio.empty()) {
-    error = "there is no stream of G.711 in it";
-  } else {
-    error = "there are ";
-    error += std::to_string(audio.size());
-    error += " streams in it: pick with --originator and --terminator; --list shows them";
-  }
-  return std::nullopt;
 }
 
 RecordingSource call_source(const std::string& path, const CallStreams& streams) {

@@ -24,6 +24,7 @@ struct CapturedStream {
   uint16_t newest_sequence = 0;
 
   bool has_g711() const;
+  std::string payload_text() const;
 };
 
 struct Capture {
@@ -44,12 +45,13 @@ std::string capture_table(const Capture& capture);
 /// What could not be used, a line; empty: nothing.
 std::string capture_faults(const Capture& capture);
 
-/// By side; empty: the side is not there.
-using CallStreams = std::array<std::optional<RtpKey>, 2>;
+/// By side: a stream, or several, one after another; none: the side is not there.
+using CallStreams = std::array<std::vector<RtpKey>, 2>;
 
-/// The streams that the choices (texts of StreamChoice; empty: none) name, each exactly one. Without any:
-/// the only stream with G.711, or the only two if each goes where the other comes from, the earlier one
-/// being the originator's. Empty, with the reason in `error`.
+/// The streams that the choices (texts of StreamChoice; empty: none) name, each exactly one, or several
+/// from one address to another of which each ends before the next begins: a source that took a new SSRC.
+/// Without any choice: the only such stream with G.711, or the only two if each goes where the other comes
+/// from, the earlier one being the originator's. Empty, with the reason in `error`.
 std::optional<CallStreams> choose_streams(const Capture& capture,
                                           const std::array<std::string, 2>& choices,
                                           std::string& error);

@@ -131,7 +131,7 @@ bool read_rtp(Bytes bytes, RtpPacket& out) {
   if (!bytes.holds(12) || bytes.u8(0) >> 6 != 2) return false;
   const uint8_t flags = bytes.u8(0);
   out.payload_type = bytes.u8(1) & 0x7F;
-  if (out.payload_type >= 72 && out.payload_type <= 76) return false;  // RTCP
+  if (out.payload_type >= 64 && out.payload_type <= 95) return false;  // RTCP: RFC 5761, 4
   out.sequence = bytes.u16(2);
   out.timestamp = bytes.u32(4);
   out.key.ssrc = bytes.u32(8);

@@ -15,6 +15,7 @@ namespace {
 
 // RFC 3550, A.1: a jump of more is a stream that has begun anew, if the next packet goes on from there.
 constexpr int max_dropout = 3000;
+constexpr int max_misorder = 100;
 // By how much time stamps and the capture's clock may differ over one gap.
 constexpr int64_t clock_slack_samples = 8000;
 // What network and scheduling do to arrivals.
@@ -44,10 +45,11 @@ void RtpStream::take(const RtpPacket& packet, int64_t arrival_us) {
             packet.timestamp,
             arrival_us,
             {packet.payload.begin(), packet.payload.end()}};
+  if (m_ssrc != packet.key.ssrc) begin_source(packet.key.ssrc);
   if (!m_newest) restart(packet.sequence);
   const auto ahead = static_cast<int16_t>(
       static_cast<uint16_t>(packet.sequence - static_cast<uint16_t>(*m_newest)));
-  if (std::abs(ahead) <= max_dropout) {
+  if (ahead <= max_dropout && ahead >= -max_misorder) {
     m_stray.reset();
     return hold(*m_newest + ahead, std::move(held));
   }
@@ -62,6 +64,14 @@ void RtpStream::take(const RtpPacket& packet, int64_t arrival_us) {
   }
   ++m_faults.stray;
   m_stray.emplace(packet.sequence, std::move(held));
+}
+
+void RtpStream::begin_source(uint32_t ssrc) {
+  finish();
+  m_stray.reset();
+  m_newest.reset();
+  m_source_changed = m_ssrc.has_value();
+  m_ssrc = ssrc;
 }
 
 /// The next packet may have this number.
@@ -113,8 +123,10 @@ void RtpStream::play(const Held& packet) {
 int64_t RtpStream::gap_before(const Held& packet) {
   const int64_t by_timestamp = static_cast<int32_t>(packet.timestamp - m_next_timestamp);
   const int64_t by_arrival =
-      (packet.arrival_us - m_last_arrival_us) * audio_rate_hz / 1000000 - m_last_samples;
-  if (by_timestamp >= 0 && by_timestamp <= std::max<int64_t>(0, by_arrival) + clock_slack_samples) {
+      (packet.arrival_us - m_last_arrival_us) / us_per_sample - m_last_samples;
+  const bool anew = std::exchange(m_source_changed, false);
+  if (!anew && by_timestamp >= 0 &&
+      by_timestamp <= std::max<int64_t>(0, by_arrival) + clock_slack_samples) {
     return by_timestamp;
   }
   ++m_faults.restarts;

@@ -5,6 +5,7 @@
 // sent, packets of other payload types) there is silence, as long as the time stamps say, so that the
 // audio keeps the call's time. Time stamps that contradict the clock of the capture by more than a second
 // have begun anew: then that clock says how long the gap was. Numbers and time stamps wrap around.
+// Another source that goes on where one ended (a new SSRC) is the same stream, begun anew.
 // Pure: no file, no clock. One thread.
 #pragma once
 
@@ -38,9 +39,10 @@ class RtpStream {
  public:
   static constexpr std::size_t reorder_packets = 50;  // a second of 20 ms packets
   static constexpr int64_t max_gap_samples = 300 * 8000;
+  static constexpr int64_t max_arrival_us = int64_t{1} << 53;  // 285 years
   static constexpr std::size_t max_samples = std::size_t{24} * 3600 * 8000;
 
-  /// `arrival_us` is the capture's time. Payload is copied.
+  /// `arrival_us` is the capture's time, within max_arrival_us. Payload is copied.
   void take(const RtpPacket& packet, int64_t arrival_us);
   /// The rest of the window; take() no more.
   void finish();
@@ -62,12 +64,15 @@ class RtpStream {
   };
 
   void hold(int64_t number, Held packet);
+  void begin_source(uint32_t ssrc);
   void restart(uint16_t sequence);
   void release_first();
   void play(const Held& packet);
   int64_t gap_before(const Held& packet);
   void append_silence(int64_t samples);
 
+  std::optional<uint32_t> m_ssrc;
+  bool m_source_changed = false;      // since what was played last
   std::map<int64_t, Held> m_window;   // by unwrapped sequence number
   std::optional<int64_t> m_newest;    // number
   std::optional<int64_t> m_released;  // number
