@@ -173,6 +173,12 @@ TEST_F(Analyse, TablesHoldEveryFrameAndTheScoresOfWhatCameNearest) {
   EXPECT_EQ(samples["terminator"].count("4"), 1u);
   // Looking changes nothing.
   const std::string watched = m_out;
+  ASSERT_EQ(analyse({known, "--plot", m_folder / "page.html"}), exit_done) << m_err;
+  EXPECT_EQ(m_out, watched);
+  EXPECT_EQ(analyse({known, known, "--plot", m_folder / "page.html"}), exit_failed);
+  EXPECT_NE(m_err.find("one --plot for 2 recordings"), m_err.npos) << m_err;
+  EXPECT_EQ(analyse({known, "--plot", m_folder / "nowhere/page.html"}), exit_failed);
+  EXPECT_NE(m_err.find("nowhere/page.html: cannot be written"), m_err.npos) << m_err;
   ASSERT_EQ(analyse({known}), exit_done);
   EXPECT_EQ(m_out, watched);
 }

@@ -154,7 +154,7 @@ TEST_F(EvaluateCommand, GivesTheSameOnAnyNumberOfThreadsAndRecommends) {
   EXPECT_EQ(data["settings"][0]["levels"].Size(), 51u);
   EXPECT_EQ(data["settings"][0]["levels"][0]["found"].Size(), 3u);
   EXPECT_EQ(data["settings"][0]["levels"][0]["found"][0].GetDouble(), 1);
-  EXPECT_EQ(page.find("http"), page.npos);
+  EXPECT_EQ(page.find("://"), page.npos);
 
   // Nothing is written over.
   const std::vector<std::string> again = {

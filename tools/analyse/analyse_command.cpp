@@ -12,6 +12,7 @@
 
 #include "core/clock.h"
 #include "tools/analyse/analysis.h"
+#include "tools/analyse/call_page.h"
 #include "tools/analyse/capture.h"
 #include "tools/analyse/trace_csv.h"
 #include "tools/audio_file.h"
@@ -138,6 +139,7 @@ struct Result {
   std::vector<std::string> notes;
   std::string frames;
   std::string scores;
+  std::string page;
 };
 
 /// Takes what the threads found, in order.
@@ -149,12 +151,13 @@ class AnalyseRun {
         m_sources(std::move(sources)),
         m_index(options.index, {}),
         m_frames(options.csv, frames_csv_heading()),
-        m_scores(options.csv_scores, scores_csv_heading()) {}
+        m_scores(options.csv_scores, scores_csv_heading()),
+        m_page(options.plot, {}) {}
 
   int run(const rc_ptr<mn::Configuration>& settings, const Snapshot& site, StopSignals& stop) {
     const auto make_analysis = [&] {
       auto analysis = std::make_shared<Analysis>(m_terms, settings, site, m_progress);
-      if (m_frames.wanted() || m_scores.wanted()) analysis->trace(m_options.trace);
+      if (traces_wanted()) analysis->trace(m_options.trace);
       return analysis;
     };
     auto first = make_analysis();
@@ -181,13 +184,15 @@ class AnalyseRun {
           if (stop.check()) m_progress.stopped = true;
           return !m_progress.stopped;
         });
-    for (OutputFile* file : {&m_index, &m_frames, &m_scores}) file->close();
+    for (OutputFile* file : {&m_index, &m_frames, &m_scores, &m_page}) file->close();
     print_summary(static_cast<double>(steady_clock().now_us() - start_us) / 1e6,
                   static_cast<double>(std::clock() - start_clock) / CLOCKS_PER_SEC, jobs.threads());
     return m_progress.stopped ? exit_failed : m_status;
   }
 
  private:
+  bool traces_wanted() const { return m_frames.wanted() || m_scores.wanted() || m_page.wanted(); }
+
   /// A rule that is not there would make everything look missed.
   bool rule_is_known(Analysis& analysis) const {
     if ((m_terms.features & media::features_sample_detection) == 0) return true;
@@ -207,6 +212,7 @@ class AnalyseRun {
     if (const auto trace = std::exchange(result.analysed.trace, std::nullopt)) {
       if (m_frames.wanted()) result.frames = frames_csv(*trace);
       if (m_scores.wanted()) result.scores = scores_csv(*trace);
+      if (m_page.wanted()) result.page = call_page(*trace);
     }
     return result;
   }
@@ -229,6 +235,7 @@ class AnalyseRun {
     m_index.write(std::move(entry).str());
     m_frames.write(result.frames);
     m_scores.write(result.scores);
+    m_page.write(result.page);
     return static_cast<bool>(std::cout);
   }
 
@@ -259,6 +266,7 @@ class AnalyseRun {
   OutputFile m_index;
   OutputFile m_frames;
   OutputFile m_scores;
+  OutputFile m_page;
   AnalysisProgress m_progress;
   std::size_t m_taken = 0;
   uint64_t m_samples = 0;
@@ -277,8 +285,11 @@ int run_analyse(const AnalyseOptions& options) {
     const rc_ptr<mn::Configuration> settings = read_settings(options);
     auto sources = find_sources(options, status);
     if (sources.empty()) return exit_failed;
-    if (!options.uuid.empty() && sources.size() > 1) {
-      throw AnalyseFailure("one --uuid for " + std::to_string(sources.size()) + " recordings");
+    for (const auto& [name, given] :
+         {std::pair("--uuid", !options.uuid.empty()), std::pair("--plot", !options.plot.empty())}) {
+      if (!given || sources.size() == 1) continue;
+      throw AnalyseFailure(std::string("one ") + name + " for " + std::to_string(sources.size()) +
+                           " recordings");
     }
     const Snapshot site = read_site(options, stop);
     return std::max(status, AnalyseRun(options, std::move(sources)).run(settings, site, stop));

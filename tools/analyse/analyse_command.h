@@ -33,6 +33,7 @@ struct AnalyseOptions {
   std::string index;                       // file of uuid and recording
   std::string csv;                         // files of what the node sees; empty: none
   std::string csv_scores;
+  std::string plot;  // a page, of one call
   TraceSettings trace{};
   unsigned jobs = 0;  // 0: all processors
 };

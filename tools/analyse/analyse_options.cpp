@@ -95,13 +95,15 @@ void add_analyse_command(CLI::App& app, int& status) {
   command->add_option("--csv", options->csv, "write what the node sees of every frame");
   command->add_option("--csv-scores", options->csv_scores,
                       "write the scores of samples, point by point");
+  command->add_option("--plot", options->plot,
+                      "write a page that shows the one RECORDING, or call of the capture");
   command
       ->add_option("--tracks", options->trace.tracks,
-                   "for both: samples of each side that came nearest, beside those found")
+                   "for these: samples of each side that came nearest, beside those found")
       ->check(CLI::Range(0U, 100000U))
       ->capture_default_str();
   command
-      ->add_option("--track", options->trace.names, "for both: a sample by its name, in any case")
+      ->add_option("--track", options->trace.names, "for these: a sample by its name, in any case")
       ->allow_extra_args(false);
   command->add_option("--jobs", options->jobs, "threads; 0 for one a processor")
       ->check(CLI::Range(0U, 1024U))

@@ -4,8 +4,11 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "tools/evaluate/evaluate_plot_css.h"
 #include "tools/evaluate/evaluate_plot_html.h"
+#include "tools/evaluate/evaluate_plot_js.h"
 #include "tools/evaluate/false_rate.h"
+#include "tools/page/page.h"
 
 namespace cv::tools {
 
@@ -99,10 +102,8 @@ std::string data_json(const EvaluationView& view) {
 }  // namespace
 
 std::string evaluation_page(const EvaluationView& view) {
-  // Nothing in the data has a '<' that could end the script: conditions and settings are known words.
-  constexpr std::string_view mark = "__DATA__";
-  std::string page = evaluate_plot_html;
-  return page.replace(page.find(mark), mark.size(), data_json(view));
+  return html_page("corvanth evaluate: found against false findings", evaluate_plot_css,
+                   evaluate_plot_html, {evaluate_plot_js}, data_json(view));
 }
 
 }  // namespace cv::tools
