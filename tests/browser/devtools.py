@@ -15,7 +15,7 @@ import subprocess
 import tempfile
 import time
 
-LATEST_S = 30
+LATEST_S = 60
 # Key: code, number. What is a character by itself needs neither.
 KEYS = {"Tab": 9, "Enter": 13, "PageUp": 33, "PageDown": 34, "End": 35, "Home": 36,
         "ArrowLeft": 37, "ArrowUp": 38, "ArrowRight": 39, "ArrowDown": 40}
