@@ -242,7 +242,14 @@ class CallPage(PageTest):
         for left, seconds in zip(activity, expected, strict=True):
             self.assertAlmostEqual(begin + (left - box["left"] - 52) * scale, seconds, delta=0.02)
         cells = page.evaluate("[...document.querySelectorAll('#found tr')].slice(1).map(row => [...row.children].map(cell => cell.textContent))")
-        for row, found in zip(cells, self.found, strict=True):
+        for i, (row, found) in enumerate(zip(cells, self.found, strict=True)):
+            page.evaluate(f"document.querySelectorAll('#found button')[{i}].click()")
+            page.settle()
+            frame, begin, end = self.window(page)
+            self.assertEqual(row[0], f"{frame * FRAME_S:.3f} s")
+            self.assertIn(found["sample_name"][:20], self.frames["terminator", frame]["detected"])
+            self.assertTrue(begin <= frame * FRAME_S <= end)
+            self.assertEqual(page.evaluate("document.activeElement.id"), "charts")
             self.assertEqual(row[4], f"{found['offset']:.3f} s")
             self.assertAlmostEqual(float(row[3]), found["score"], delta=1e-4)
 

@@ -221,6 +221,7 @@ void write_track(Writer& writer, PackedColumns& packed, const SampleTrack& track
                  const SideTrace& side, std::size_t budget) {
   const auto points = points_to_show(track, side, budget);
   std::vector<int32_t> steps;  // from one's frame to the next
+  steps.reserve(points.size());
   uint64_t before = 0;
   for (const ScorePoint* point : points) {
     steps.push_back(static_cast<int32_t>(point->frame - std::exchange(before, point->frame)));

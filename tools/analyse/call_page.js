@@ -194,7 +194,7 @@ function make_found_table() {
   for (const found of call.marks) {
     const row = make(table, "tr", {});
     const button = make(make(row, "td", {}), "button", {type: "button", "aria-label": `Show ${found.name} at ${time_text(found.frame)}`}, time_text(found.frame));
-    button.addEventListener("click", () => look_at(found.frame));
+    button.addEventListener("click", () => { look_at(found.frame); go_to_charts(); });
     for (const text of [found.side.name, found.name, digits(found.score), time_text(found.shift), time_text(found.end - found.start)]) make(row, "td", {}, text);
   }
 }
@@ -252,6 +252,12 @@ function look_at(frame) {
   view.show(frame - span / 2, frame + span / 2);
   point_to(frame);
   redraw();
+}
+
+/** The charts are on the screen, and the keys are theirs. */
+function go_to_charts() {
+  by_id("call-title").scrollIntoView();
+  by_id("charts").focus({preventScroll: true});
 }
 
 function look_at_next(direction) {
@@ -350,7 +356,7 @@ function watch() {
   for (const button of document.querySelectorAll("[data-do]")) {
     button.addEventListener("click", () => { actions[button.dataset.do](); redraw(); });
   }
-  charts.addEventListener("keydown", event => { if (event.target === charts) on_key(event); });
+  charts.addEventListener("keydown", event => { if (!event.target.closest("details")) on_key(event); });
   charts.addEventListener("wheel", on_wheel, {passive: false});
   charts.addEventListener("dblclick", event => { if (event.target.tagName === "CANVAS") { actions.all(); redraw(); } });
   watch_dragging(charts);
