@@ -104,6 +104,7 @@ void align(const std::array<RtpStream, 2>& streams, Recording& call) {
 
 std::string side_text(const std::vector<RtpKey>& streams) {
   std::vector<std::string> texts;
+  texts.reserve(streams.size());
   for (const RtpKey& key : streams) texts.push_back(stream_text(key));
   return joined(texts);
 }
