@@ -8,13 +8,13 @@
 //   >  a number of milliseconds that pass without an event
 #include <charconv>
 #include <cmath>
-#include <rapidjson/document.h>
 
 #include "fuzzing.h"
 #include "log/log.h"
 #include "medianode/control_events.h"
 #include "messaging/messaging_event_dispatcher.h"
 #include "support/fake_clock.h"
+#include "utils/utils_json.h"
 
 namespace cv::fuzz {
 namespace {

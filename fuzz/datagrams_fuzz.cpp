@@ -3,7 +3,6 @@
 // JSON, and nobody may read behind the datagram.
 #include <cmath>
 #include <memory>
-#include <rapidjson/document.h>
 #include <sanitizer/asan_interface.h>
 
 #include "fuzzing.h"
@@ -11,6 +10,7 @@
 #include "plain_calls.h"
 #include "support/pipeline.h"
 #include "support/stepped_reader.h"
+#include "utils/utils_json.h"
 
 namespace cv::fuzz {
 namespace {

@@ -1,9 +1,6 @@
 #include "medianode/control_events.h"
 
 #include <mutex>
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sstream>
 #include <utility>
 
@@ -11,6 +8,7 @@
 #include "log/log.h"
 #include "medianode/event_members.h"
 #include "utils/utils_bytes.h"
+#include "utils/utils_json.h"
 
 namespace cv::mn {
 

@@ -2,9 +2,9 @@
 
 #include <cmath>
 #include <limits>
-#include <rapidjson/document.h>
 
 #include "log/log.h"
+#include "utils/utils_json.h"
 
 namespace cv::mn {
 

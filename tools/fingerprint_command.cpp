@@ -5,14 +5,13 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sstream>
 #include <unistd.h>
 
 #include "audio/audio_sample_packet.h"
 #include "tools/command_line.h"
 #include "tools/progress_bar.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

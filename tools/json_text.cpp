@@ -2,10 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 namespace cv::tools {
 

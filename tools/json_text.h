@@ -2,9 +2,10 @@
 // says where a text is wrong, and compact writing.
 #pragma once
 
-#include <rapidjson/document.h>
 #include <string>
 #include <string_view>
+
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

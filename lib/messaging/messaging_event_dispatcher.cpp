@@ -1,14 +1,13 @@
 #include "messaging/messaging_event_dispatcher.h"
 
 #include <algorithm>
-#include <rapidjson/document.h>
-#include <rapidjson/error/en.h>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "log/log.h"
 #include "messaging/messaging_control_protocol.h"
+#include "utils/utils_json.h"
 
 namespace cv::messaging {
 

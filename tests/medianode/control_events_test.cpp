@@ -1,10 +1,10 @@
 #include "medianode/control_events.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "support/fake_clock.h"
 #include "support/log_capture.h"
+#include "utils/utils_json.h"
 
 namespace {
 

@@ -1,15 +1,18 @@
 // Every allocation of a scenario fails in its turn, and whole stretches of them: what is counted is right,
 // nothing leaks, and the next call is served as if nothing had been.
 #include <arpa/inet.h>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 
 #include "audio/audio_fingerprint.h"
 #include "log/log_sinks.h"
 #include "medianode/control_events.h"
+#include "messaging/messaging_compression.h"
 #include "support/heap.h"
 #include "support/pipeline.h"
 #include "support/recordings.h"
@@ -304,6 +307,9 @@ struct ControlSide {
       json << std::exchange(separator, ",") << R"({"rule_id":)" << rule_id << R"(,"sample_id":)"
            << sample_id << R"(,"threshold":2,"event_object":{"a":["a text of some length"]}})";
     }
+    // Of no meaning, and more than a parser's first blocks hold: both must grow.
+    json << R"(],"notes":[")" << std::string(70000, 'x') << R"(")";
+    for (int i = 0; i < 100; ++i) json << "," << i;
     json << "]}";
     return json.str();
   }
@@ -321,23 +327,23 @@ struct ControlSide {
            std::to_string(dead_air) + "}}";
   }
 
-  /// False: out of memory, which the consumer thread says.
+  /// As the consumer thread gets it. False: out of memory, which that thread says.
   bool receive(const std::string& json) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(json.c_str());
-    std::vector<unsigned char> body;
-    {
-      const heap::Exempt own;
-      body.assign(bytes, bytes + json.size());
-      body.insert(body.begin(), 0);
-    }
+    std::optional<heap::Exempt> own(std::in_place);
+    std::vector<unsigned char> plain{0};
+    plain.insert(plain.end(), json.begin(), json.end());
+    const auto body = messaging::compress_bounded(plain);
+    own.reset();
     bool handled = true;
     try {
-      dispatcher->on_message(body.data(), body.size());
+      std::size_t size = body.size();
+      const std::unique_ptr<unsigned char, decltype(&std::free)> inflated(
+          messaging::MessageBroker::decompress(body.data(), size), &std::free);
+      if (inflated != nullptr) dispatcher->on_message(inflated.get(), size);
     } catch (const std::bad_alloc&) {
       handled = false;
     }
-    const heap::Exempt own;
-    body = {};
+    own.emplace();
     return handled;
   }
 

@@ -1,9 +1,9 @@
 #include "messaging/messaging_event_dispatcher.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "support/log_capture.h"
+#include "utils/utils_json.h"
 
 namespace {
 

@@ -1,4 +1,6 @@
-"""Holds the tree to its layers: a folder includes only itself and what stands below it."""
+"""Holds the tree to its layers: a folder includes only itself and what stands below it.
+
+And RapidJSON, everywhere, to the one header that makes it throw when memory runs out."""
 
 import pathlib
 import re
@@ -9,7 +11,11 @@ import tempfile
 LAYERS = ["log", "utils", "core", "net", "audio", "conf", "messaging", "media", "app"]
 APPLICATIONS = ["medianode", "tools"]
 ORDER = LAYERS + APPLICATIONS
+EVERYWHERE = ["lib", *APPLICATIONS, "tests", "bench", "fuzz"]
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
+# Its declarations alone may be had without.
+RAPIDJSON = re.compile(r"^\s*#\s*include\s+<rapidjson/(?!fwd\.h)")
+RAPIDJSON_HEADER = "lib/utils/utils_json.h"
 
 
 def folder_of(path, root):
@@ -19,17 +25,19 @@ def folder_of(path, root):
 
 def violations(root):
     found, checked = [], 0
-    files = [p for top in ["lib"] + APPLICATIONS for p in sorted((root / top).rglob("*"))]
+    files = [p for top in EVERYWHERE for p in sorted((root / top).rglob("*"))]
     for path in files:
         if path.suffix not in {".h", ".cpp", ".c"}:
             continue
         checked += 1
         own = folder_of(path, root)
         for number, line in enumerate(path.read_text().splitlines(), 1):
-            match = INCLUDE.match(line)
-            if not match:
-                continue
             place = f"{path.relative_to(root)}:{number}"
+            if RAPIDJSON.match(line) and path != root / RAPIDJSON_HEADER:
+                found.append(f"{place}: RapidJSON is had by including {RAPIDJSON_HEADER}")
+            match = INCLUDE.match(line)
+            if not match or own not in ORDER:
+                continue
             target = match.group(1).split("/")[0]
             if "/" not in match.group(1) or target not in ORDER:
                 found.append(f'{place}: "{match.group(1)}" is not written as "folder/file.h"')
@@ -41,13 +49,15 @@ def violations(root):
 def self_test():
     with tempfile.TemporaryDirectory() as name:
         root = pathlib.Path(name)
-        for folder in ["lib/core", "lib/log", "medianode", "tools"]:
+        for folder in ["lib/core", "lib/log", "lib/utils", "medianode", "tools", "tests"]:
             (root / folder).mkdir(parents=True)
         (root / "lib/core/a.h").write_text('#include "log/log.h"\n#include <vector>\n')
         (root / "lib/log/b.h").write_text('#include "core/a.h"\n')
         (root / "medianode/c.cpp").write_text('#include "tools/d.h"\n#include "c.h"\n')
+        (root / RAPIDJSON_HEADER).write_text("#include <rapidjson/document.h>\n")
+        (root / "tests/e.cpp").write_text("#include <rapidjson/fwd.h>\n#include <rapidjson/writer.h>\n")
         found, checked = violations(root)
-        assert checked == 3 and len(found) == 3, found
+        assert checked == 5 and len(found) == 4, found
 
 
 if __name__ == "__main__":

@@ -3,6 +3,14 @@
 #include <cstdlib>
 #include <new>
 
+// The linker's names for the C library's own (--wrap).
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+void __real_free(void* block);
+}
+
 namespace cv::test::heap {
 
 namespace {
@@ -24,7 +32,7 @@ bool admit(std::size_t& counter) {
   return false;
 }
 
-void* plain(std::size_t size) { return admit(t_counts.plain) ? std::malloc(size) : nullptr; }
+void* plain(std::size_t size) { return admit(t_counts.plain) ? __real_malloc(size) : nullptr; }
 
 void* aligned(std::size_t size, std::align_val_t alignment) {
   const auto unit = static_cast<std::size_t>(alignment);
@@ -40,7 +48,7 @@ void* checked(void* block) {
 // Not inline: seen from where a block is deleted, free() would not match the operator that gave it.
 [[gnu::noinline]] void release(void* block) {
   if (block != nullptr && t_exempt == 0) ++t_counts.deletes;
-  std::free(block);
+  __real_free(block);
 }
 
 }  // namespace
@@ -71,3 +79,18 @@ void operator delete(void* block) noexcept { heap::release(block); }
 void operator delete(void* block, std::size_t) noexcept { heap::release(block); }
 void operator delete(void* block, std::align_val_t) noexcept { heap::release(block); }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept { heap::release(block); }
+
+// What the executable's objects call in place of the C library's.
+extern "C" {
+void* __wrap_malloc(std::size_t size) { return heap::plain(size); }
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return heap::admit(heap::t_counts.plain) ? __real_calloc(count, size) : nullptr;
+}
+void* __wrap_realloc(void* block, std::size_t size) {
+  if (size == 0) return heap::release(block), nullptr;
+  if (!heap::admit(heap::t_counts.plain)) return nullptr;
+  if (block != nullptr && heap::t_exempt == 0) ++heap::t_counts.deletes;
+  return __real_realloc(block, size);
+}
+void __wrap_free(void* block) { heap::release(block); }
+}

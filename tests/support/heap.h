@@ -1,7 +1,9 @@
-// The heap under a test's control: every form of operator new is counted, and one may be made to fail.
+// The heap under a test's control: every form of operator new, and malloc, calloc and realloc as the
+// executable's own code calls them, are counted, and one may be made to fail.
 //
 // Per thread: what other threads allocate is neither counted nor failed. Link cv_test_heap, which
-// replaces the global operators of the whole executable.
+// replaces the global operators of the whole executable, and the functions of what is linked into it:
+// shared libraries keep the C library's.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +13,7 @@ namespace cv::test::heap {
 struct Counts {
   std::size_t plain = 0;
   std::size_t aligned = 0;  // asked for with an alignment: tables of votes are
-  std::size_t deletes = 0;
+  std::size_t deletes = 0;  // free() too
 
   std::size_t news() const { return plain + aligned; }
 };

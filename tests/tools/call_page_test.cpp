@@ -3,7 +3,8 @@
 #include "tools/analyse/call_page.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
+
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 namespace {

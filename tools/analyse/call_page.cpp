@@ -4,8 +4,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <vector>
 
 #include "tools/analyse/call_page_charts_js.h"
@@ -15,6 +13,7 @@
 #include "tools/analyse/call_page_model_js.h"
 #include "tools/page/packed_columns.h"
 #include "tools/page/page.h"
+#include "utils/utils_json.h"
 #include "utils/utils_str.h"
 
 namespace cv::tools {

@@ -1,10 +1,10 @@
 #include "tools/analyse/offline_node.h"
 
-#include <rapidjson/document.h>
 #include <sstream>
 #include <utility>
 
 #include "tools/configd/event_texts.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

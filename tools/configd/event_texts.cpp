@@ -1,10 +1,8 @@
 #include "tools/configd/event_texts.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include "messaging/messaging_compression.h"
 #include "tools/fingerprint.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

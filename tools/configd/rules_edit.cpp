@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <fnmatch.h>
 #include <memory>
-#include <rapidjson/reader.h>
 #include <utility>
 #include <vector>
 
 #include "tools/configd/rules_file.h"
 #include "tools/json_text.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 #include <utility>
 
 #include "tools/crc64.h"
 #include "tools/json_text.h"
 #include "tools/text_file.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

@@ -1,14 +1,13 @@
 #include "tools/evaluate/evaluate_plot.h"
 
 #include <cmath>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include "tools/evaluate/evaluate_plot_css.h"
 #include "tools/evaluate/evaluate_plot_html.h"
 #include "tools/evaluate/evaluate_plot_js.h"
 #include "tools/evaluate/false_rate.h"
 #include "tools/page/page.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

@@ -1,13 +1,12 @@
 #include <array>
 #include <cstdio>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include "audio/audio_spectrum_generator.h"
 #include "tools/audio_file.h"
 #include "tools/inspect/inspect_command.h"
 #include "tools/listen/report_text.h"
 #include "tools/text_table.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

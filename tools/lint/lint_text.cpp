@@ -1,8 +1,7 @@
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include "tools/lint/lint_command.h"
 #include "tools/text_table.h"
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 

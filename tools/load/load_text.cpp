@@ -1,9 +1,9 @@
 #include "tools/load/load_text.h"
 
 #include <iomanip>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sstream>
+
+#include "utils/utils_json.h"
 
 namespace cv::tools {
 
