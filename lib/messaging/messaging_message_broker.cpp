@@ -33,6 +33,8 @@ constexpr milliseconds consumer_stop_timeout{2000};
 constexpr int library_destroyed_ms = 5000;
 constexpr int broker_query_ms = 1000;
 constexpr uint64_t default_consume_timeout_ms = 1000;
+constexpr milliseconds most_between_looks{10};
+constexpr milliseconds library_wake_interval{1000};
 constexpr int produce_attempts = 3;
 constexpr int topic_checks = 5;
 constexpr milliseconds topic_check_interval{100};
@@ -240,11 +242,11 @@ void MessageBroker::consumer_loop() {
   name_this_thread("kafka consumer");
   CV_LOG(SystemMessage) << "MESSAGE_BROKER: messages listening thread [" << id << "] started";
   if (create_consumer()) {
-    const int timeout_ms = static_cast<int>(
-        m_settings.consume_timeout == 0 ? default_consume_timeout_ms : m_settings.consume_timeout);
+    const milliseconds timeout(m_settings.consume_timeout == 0 ? default_consume_timeout_ms
+                                                               : m_settings.consume_timeout);
     bool unknown_topic_seen = false;
     while (m_running) {
-      if (!attempt([&] { consume_one(timeout_ms, unknown_topic_seen); })) {
+      if (!attempt([&] { consume_one(timeout, unknown_topic_seen); })) {
         std::this_thread::sleep_for(out_of_memory_pause);
       }
     }
@@ -284,8 +286,25 @@ bool MessageBroker::group_answers() {
   return code == RdKafka::ERR_NO_ERROR;
 }
 
-void MessageBroker::consume_one(int timeout_ms, bool& unknown_topic_seen) {
-  const std::unique_ptr<RdKafka::Message> message(m_consumer->consume(timeout_ms));
+/// ERR__TIMED_OUT when none came. The library waits for times of the wall clock: with a clock that is set
+/// back a day meanwhile it would wait a day. So it never waits here, and its main thread, which sends the
+/// heartbeats, is asked something now and then, which ends its wait.
+std::unique_ptr<RdKafka::Message> MessageBroker::next_message(milliseconds timeout) {
+  using std::chrono::steady_clock;
+  const auto deadline = steady_clock::now() + timeout;
+  for (auto now = steady_clock::now();; now = steady_clock::now()) {
+    if (now >= m_wake_library_at) {
+      (void)m_consumer->memberid();
+      m_wake_library_at = now + library_wake_interval;
+    }
+    std::unique_ptr<RdKafka::Message> message(m_consumer->consume(0));
+    if (message->err() != RdKafka::ERR__TIMED_OUT || now >= deadline || !m_running) return message;
+    std::this_thread::sleep_for(std::min(timeout, most_between_looks));
+  }
+}
+
+void MessageBroker::consume_one(milliseconds timeout, bool& unknown_topic_seen) {
+  const auto message = next_message(timeout);
   m_assignment.on_consumed(*message);
   if (message->err() == RdKafka::ERR_UNKNOWN_TOPIC_OR_PART && !unknown_topic_seen) {
     unknown_topic_seen = true;

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -34,7 +35,7 @@ struct MessageBrokerSettings {
   std::vector<std::string> topics;  // to subscribe to; empty: no consumer
   /// Receives each plain body; the bytes live only during the call. Consumer thread.
   std::function<void(const unsigned char* data, size_t size)> on_message;
-  /// After each consume call that returned no message. Consumer thread.
+  /// After each `consume_timeout` without a message. Consumer thread.
   std::function<void()> on_timeout;
   uint64_t consume_timeout = 0;  // milliseconds; 0 means 1000
   /// True ends every wait for the brokers but the destructor's. Asked on the thread that waits: the
@@ -93,7 +94,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   void close_consumer();
   bool group_answers();
   void consumer_loop();
-  void consume_one(int timeout_ms, bool& unknown_topic_seen);
+  std::unique_ptr<RdKafka::Message> next_message(std::chrono::milliseconds timeout);
+  void consume_one(std::chrono::milliseconds timeout, bool& unknown_topic_seen);
   /// True when the topic turned out to exist, and so the message is done with.
   bool reload_unknown_topic(const std::string& topic);
   void handle_message(RdKafka::Message* message);
@@ -109,6 +111,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   // The library asks for the state of topics that it holds handles of: without them the check of
   // an unknown topic would never see it appear. Consumer thread.
   std::vector<std::unique_ptr<RdKafka::Topic>> m_topics;
+  std::chrono::steady_clock::time_point m_wake_library_at;  // consumer thread
   std::thread m_thread;
   std::promise<void> m_consumer_done;
   std::future<void> m_consumer_stopped;

@@ -1,11 +1,14 @@
 // A running node whose surroundings fail: the syslog daemon, the wall clock, a storm of signals.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <signal.h>
 #include <thread>
 
 #include "e2e/node_fixture.h"
+#include "support/jumping_clock.h"
 
 namespace cv::test {
 namespace {
@@ -36,6 +39,29 @@ struct NodeFaults : NodeFixture {
     return syslog_has("START | mt: 0, v: 2, f: R-, uuid: " + uuid_of(number));
   }
 
+  /// When the node wrote the newest line with `text`, which it has; in seconds since the epoch.
+  int64_t time_of_line(const std::string& text) {
+    const std::string output = node().output();
+    const size_t begin = output.rfind('\n', output.rfind(text)) + 1;  // npos + 1 is 0
+    std::tm stamp{};
+    const char* end = strptime(output.c_str() + begin, "%Y.%m.%d %H:%M:%S.", &stamp);
+    EXPECT_NE(end, nullptr) << output.substr(begin, 100);
+    return timegm(&stamp);
+  }
+  size_t times_reported(const std::string& type, uint8_t number) {
+    const std::string finding =
+        R"({"type": ")" + type + R"(", "session_uuid": ")" + uuid_of(number);
+    const auto& texts = m_reports.texts();
+    return static_cast<size_t>(std::count_if(
+        texts.begin(), texts.end(), [&](const auto& text) { return text.starts_with(finding); }));
+  }
+  size_t statistics_blocks() const {
+    size_t count = 0;
+    const std::string log = syslog(), block = std::to_string(m_media_port) + " statistic";
+    for (size_t at = 0; (at = log.find(block, at)) != log.npos; ++at) ++count;
+    return count;
+  }
+
   const std::vector<int16_t> m_audio = prompt(known);
 };
 
@@ -60,6 +86,54 @@ TEST_F(NodeFaults, CallsGoOnWhateverBecomesOfTheSyslogDaemon) {
   for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call), 1, all_features, 0);
   node().send_signal(SIGTERM);
   EXPECT_EQ(node().wait_exit(15), 0) << "a stop does not wait for it";
+}
+
+TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
+  constexpr int64_t hour = 3600, day = 86400;
+  JumpingClock clock(m_sandbox);
+  m_launcher = clock.launcher();
+  m_launcher.emplace_back("TZ=UTC0");
+  start_ready_node({known});
+  const CallPackets running(1);
+  const std::vector<int16_t> lead(8000);
+  send_start(running, 1, all_features, m_reports.port());
+  send_audio(running, 0, lead);
+
+  uint8_t call = 1;
+  for (const int64_t jump : {hour, -day}) {
+    clock.jump(jump);
+    const int64_t before = clock.now();
+    EXPECT_TRUE(call_is_analysed(++call));
+    const std::string sent = R"(sent: 0, report: {"type": "corvanth_detection", "session_uuid": ")";
+    ASSERT_TRUE(node_logged(sent + uuid_of(call)));
+    EXPECT_GE(time_of_line(sent + uuid_of(call)), before);
+    EXPECT_LE(time_of_line(sent + uuid_of(call)), clock.now());
+  }
+  send_audio(running, 0, m_audio, static_cast<uint32_t>(lead.size() / 160 + 1));
+  send(running.terminate());
+  EXPECT_FALSE(
+      m_reports.wait_for(R"("corvanth_detection", "session_uuid": ")" + uuid_of(1)).empty())
+      << "the call that was running all the time";
+
+  // A sample that does not come is waited for five seconds, neither less nor a day more.
+  const auto asked = std::chrono::steady_clock::now();
+  const size_t blocks = statistics_blocks();
+  send_to_node(sample_configuration(8, {{101, known}, {102, "privacy-prompt"}}));
+  ASSERT_TRUE(node_logged(R"("ids":[102])"));
+  clock.jump(day);
+  const std::string gave_up = "DATABASE_DISPATCHER: request has been timed out";
+  EXPECT_TRUE(eventually([&] {
+    clock.jump(-hour);  // on and on, so that every thread's waits are met
+    return node().output().find(gave_up) != std::string::npos;
+  })) << node().output();
+  EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
+  EXPECT_TRUE(eventually([&] { return statistics_blocks() > blocks; })) << "every five seconds too";
+  EXPECT_TRUE(call_is_analysed(++call));
+  expect_clean_stop();
+  for (uint8_t number = 1; number <= call; ++number) {
+    EXPECT_EQ(times_reported("corvanth_detection", number), 1u) << int{number};
+    EXPECT_EQ(times_reported("audio_activity", number), 1u) << int{number};
+  }
 }
 
 TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {

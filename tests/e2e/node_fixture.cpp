@@ -52,9 +52,10 @@ NodeFixture::NodeFixture()
 std::string NodeFixture::node_topic() const { return topic_of(m_media_port); }
 
 void NodeFixture::start_node(const std::string& settings) {
-  m_node = std::make_unique<ChildProcess>(
-      m_sandbox, std::vector<std::string>{executable("corvanthmedianode"), "--args",
-                                          "port=" + std::to_string(m_media_port) + "," + settings});
+  std::vector<std::string> command = m_launcher;
+  command.insert(command.end(), {executable("corvanthmedianode"), "--args",
+                                 "port=" + std::to_string(m_media_port) + "," + settings});
+  m_node = std::make_unique<ChildProcess>(m_sandbox, std::move(command));
 }
 
 void NodeFixture::wait_for_first_requests() {

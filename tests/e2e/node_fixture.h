@@ -73,6 +73,8 @@ class NodeFixture : public testing::Test {
   MockKafka m_kafka;
   UdpReceiver m_reports;
   net::Socket m_sender;
+  /// Stands before the node's command line.
+  std::vector<std::string> m_launcher;
   std::unique_ptr<ChildProcess> m_node;
 };
 
