@@ -92,7 +92,7 @@ TEST_F(Lint, IsSilentOnCleanPrompts) {
   }
   EXPECT_EQ(found(), std::set<std::string>());
   EXPECT_EQ(m_result.recordings, 7u);
-  EXPECT_EQ(lint_text(m_result), "nothing wrong in 7 recordings and 1 rules\n");
+  EXPECT_EQ(lint_text(m_result), "nothing wrong in 7 recordings and 1 rule\n");
 }
 
 TEST_F(Lint, FindsEachPlantedFaultAndNoOther) {

@@ -9,11 +9,15 @@ namespace {
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
+std::string counted(std::size_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::string summary(const LintResult& result) {
-  const std::string of = " in " + std::to_string(result.recordings) + " recordings and " +
-                         std::to_string(result.rules) + " rules\n";
-  return result.findings.empty() ? "nothing wrong" + of
-                                 : std::to_string(result.findings.size()) + " findings" + of;
+  const std::string of = " in " + counted(result.recordings, "recording") + " and " +
+                         counted(result.rules, "rule") + "\n";
+  return (result.findings.empty() ? "nothing wrong" : counted(result.findings.size(), "finding")) +
+         of;
 }
 
 void write_text(Writer& writer, const char* name, std::string_view text) {
