@@ -103,11 +103,11 @@ class AudioActivityDetector final : public MediaSessionListener,
   }
 
   void on_session_updated(rc_ptr<MediaSession> session) override {
-    for (uint16_t side = 0; side < session->m_streams.size(); ++side) {
+    for (std::size_t side = 0; side < session->m_streams.size(); ++side) {
       if (const auto& stream = session->m_streams[side]) {
         select_strategy(*stream, *session);
       } else {
-        log_activity_selection_postponed(*session, side);
+        log_activity_selection_postponed(*session, static_cast<uint16_t>(side));
       }
     }
   }

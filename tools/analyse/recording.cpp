@@ -21,7 +21,7 @@ std::optional<Recording> read_files(const std::vector<std::string>& files, std::
     auto channels = read_channels(file, max_channels, error);
     if (channels && channels->front().empty()) error = "there is no audio in it";
     if (!error.empty()) {
-      error = file + ": " + error;
+      error.insert(0, file + ": ");
       return std::nullopt;
     }
     if (files.size() == 1 && channels->size() == 1) side = mono_side;

@@ -82,7 +82,7 @@ FrameKind enter_payload(Bytes& bytes, std::size_t length) {
 
 FrameKind skip_ipv4(Bytes& bytes, RtpKey& key) {
   if (!bytes.holds(20) || bytes.u8(0) >> 4 != 4) return FrameKind::other;
-  const std::size_t header = 4 * (bytes.u8(0) & 15U);
+  const std::size_t header = std::size_t{4} * (bytes.u8(0) & 15U);
   const std::size_t total = bytes.u16(2);
   if (header < 20 || total < header || bytes.u8(9) != protocol_udp) return FrameKind::other;
   if ((bytes.u16(6) & 0x3FFF) != 0) return FrameKind::fragment;

@@ -38,7 +38,7 @@ struct RtpFaults {
 class RtpStream {
  public:
   static constexpr std::size_t reorder_packets = 50;  // a second of 20 ms packets
-  static constexpr int64_t max_gap_samples = 300 * 8000;
+  static constexpr int64_t max_gap_samples = int64_t{300} * 8000;
   static constexpr int64_t max_arrival_us = int64_t{1} << 53;  // 285 years
   static constexpr std::size_t max_samples = std::size_t{24} * 3600 * 8000;
 

@@ -177,7 +177,7 @@ std::string output_path(const EvaluateOptions& options) {
   if (options.in_place) return options.rules;
   if (!options.output.empty()) return options.output;
   const std::filesystem::path rules = options.rules;
-  const std::string path =
+  std::string path =
       (rules.parent_path() / (rules.stem().string() + ".recommended" + rules.extension().string()));
   if (std::filesystem::exists(path)) {
     throw EvaluateFailure(path + " is there already; --output names another file");

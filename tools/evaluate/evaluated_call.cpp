@@ -16,8 +16,8 @@ namespace cv::tools {
 namespace {
 
 constexpr std::size_t least_lead_samples = audio_rate_hz;
-constexpr std::size_t most_lead_samples = 5 * audio_rate_hz;
-constexpr std::size_t tail_samples = 2 * audio_rate_hz;
+constexpr std::size_t most_lead_samples = std::size_t{5} * audio_rate_hz;
+constexpr std::size_t tail_samples = std::size_t{2} * audio_rate_hz;
 
 AudioChannels read_recording_file(const std::string& path) {
   std::string error;

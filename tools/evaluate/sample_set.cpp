@@ -73,7 +73,7 @@ std::optional<SampleSet> SampleSet::read(
     std::string reason;
     auto audio = read_audio(source.sample_directory + "/" + file, reason);
     if (!audio) {
-      complaints.push_back(file + ": " + reason);
+      complaints.push_back(reason.insert(0, file + ": "));
     } else if (audio::fingerprint(*audio).empty()) {
       complaints.push_back(file + ": nothing to recognise in it (silence, or shorter than 32 ms)");
     } else {
