@@ -104,7 +104,7 @@ std::optional<std::vector<NamedPacket>> parse_digits(const std::string& name,
     const auto bytes = decode_line(line, error);
     auto packet = bytes ? parse_packet(*bytes, error) : std::nullopt;
     if (!packet) {
-      error = "line " + std::to_string(number) + ", " + error;
+      error.insert(0, "line " + std::to_string(number) + ", ");
       return std::nullopt;
     }
     packet->name = name + ":" + std::to_string(number);

@@ -87,7 +87,7 @@ bool ScriptWriter::plant(CallScript& script) {
 
 void ScriptWriter::find(CallScript& script) const {
   script.findings.clear();
-  for (uint16_t side = 0; side < script.sides.size(); ++side) {
+  for (uint16_t side = 0; side < 2; ++side) {
     auto findings = expected_findings(
         {script.sides[side], side, script.fates[side], script.switches}, m_rule, m_drift_frames);
     std::move(findings.begin(), findings.end(), std::back_inserter(script.findings));

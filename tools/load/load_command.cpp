@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -58,7 +59,7 @@ ScriptWriter::Recordings read_background(const std::string& folder, StopSignals&
   ProgressBar bar("reading recordings");
   for (const std::string& file : found.changed) {
     std::string error;
-    auto audio = read_audio(folder + "/" + file, error);
+    auto audio = read_audio((std::filesystem::path(folder) / file).string(), error);
     if (audio) {
       recordings.push_back(std::move(*audio));
     } else {

@@ -45,7 +45,7 @@ bool read_sides(const PlayOptions& options, CallSchedule::Sides& sides, std::str
   for (const std::string& file : options.files) {
     auto samples = read_audio(file, error);
     if (!samples) {
-      error = file + ": " + error;
+      error.insert(0, file + ": ");
       return false;
     }
     sides[side++] = std::move(*samples);
