@@ -10,10 +10,14 @@
 #include <string>
 #include <vector>
 
+#include "audio/audio_spectrum_generator.h"
+
 namespace cv::tools {
 
 inline constexpr int audio_rate_hz = 8000;
 inline constexpr int64_t us_per_sample = 1000000 / audio_rate_hz;
+/// From one spectrum to the next.
+inline constexpr double frame_s = double{audio::frame_hop_samples} / audio_rate_hz;
 
 /// What a file held before it was converted.
 struct SourceFormat {

@@ -34,7 +34,7 @@ std::optional<PeakMatch> highest_announced(const Points& sample, const Points& s
 }
 
 // The lowest score that there is above 0 is log2 of a ratio of whole numbers above 1.
-constexpr double least_threshold = 1e-9;
+constexpr double smallest_threshold = 1e-9;
 
 }  // namespace
 
@@ -52,7 +52,7 @@ audio::HashSample make_hash_sample(uint32_t id, std::string name, double thresho
 std::optional<PeakMatch> peak_match(const Points& sample, const Points& stream,
                                     unsigned drift_frames) {
   std::optional<PeakMatch> peak;
-  double threshold = least_threshold;
+  double threshold = smallest_threshold;
   while (const auto higher = highest_announced(sample, stream, drift_frames, threshold)) {
     peak = higher;
     threshold = std::nextafter(peak->score, HUGE_VAL);

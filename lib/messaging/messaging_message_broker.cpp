@@ -31,7 +31,6 @@ constexpr int consumer_close_slice_ms = 50;
 // Enough for a consumer that has nothing to do but close.
 constexpr milliseconds consumer_stop_timeout{2000};
 constexpr int library_destroyed_ms = 5000;
-constexpr int broker_query_ms = 1000;
 constexpr uint64_t default_consume_timeout_ms = 1000;
 constexpr milliseconds most_between_looks{10};
 constexpr milliseconds library_wake_interval{1000};

@@ -11,8 +11,6 @@ namespace cv::messaging {
 
 namespace {
 
-constexpr int broker_query_ms = 1000;
-
 void print_partition(std::ostream& out, const RdKafka::TopicPartition* partition) {
   out << partition->topic() << '/' << partition->partition();
 }

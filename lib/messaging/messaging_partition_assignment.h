@@ -24,6 +24,9 @@
 
 namespace cv::messaging {
 
+/// What a broker is asked while the consumer thread waits is answered in this time or has failed.
+inline constexpr int broker_query_ms = 1000;
+
 class PartitionAssignment {
  public:
   using Partitions = std::vector<RdKafka::TopicPartition*>;

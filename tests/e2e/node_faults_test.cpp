@@ -13,7 +13,7 @@
 namespace cv::test {
 namespace {
 
-constexpr const char* known = "vm-mailboxfull";
+constexpr const char* announcement = "vm-mailboxfull";
 
 struct NodeFaults : NodeFixture {
   /// Whether a call with a known recording gives its two findings.
@@ -62,11 +62,11 @@ struct NodeFaults : NodeFixture {
     return count;
   }
 
-  const std::vector<int16_t> m_audio = prompt(known);
+  const std::vector<int16_t> m_audio = prompt(announcement);
 };
 
 TEST_F(NodeFaults, CallsGoOnWhateverBecomesOfTheSyslogDaemon) {
-  start_ready_node({known});
+  start_ready_node({announcement});
   EXPECT_TRUE(call_is_analysed(1));
   EXPECT_TRUE(start_is_traced(1));
 
@@ -93,7 +93,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
   JumpingClock clock(m_sandbox);
   m_launcher = clock.launcher();
   m_launcher.emplace_back("TZ=UTC0");
-  start_ready_node({known});
+  start_ready_node({announcement});
   const CallPackets running(1);
   const std::vector<int16_t> lead(8000);
   send_start(running, 1, all_features, m_reports.port());
@@ -118,7 +118,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
   // A sample that does not come is waited for five seconds, neither less nor a day more.
   const auto asked = std::chrono::steady_clock::now();
   const size_t blocks = statistics_blocks();
-  send_to_node(sample_configuration(8, {{101, known}, {102, "privacy-prompt"}}));
+  send_to_node(sample_configuration(8, {{101, announcement}, {102, "privacy-prompt"}}));
   ASSERT_TRUE(node_logged(R"("ids":[102])"));
   clock.jump(day);
   const std::string gave_up = "DATABASE_DISPATCHER: request has been timed out";
@@ -137,7 +137,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
 }
 
 TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {
-  start_ready_node({known}, "media_receive_buffer_bytes=4194304");
+  start_ready_node({announcement}, "media_receive_buffer_bytes=4194304");
   std::atomic<bool> storm{true};
   std::atomic<size_t> sent{0};
   std::thread source([&] {

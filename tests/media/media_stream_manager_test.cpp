@@ -13,7 +13,7 @@ using cv::test::CallPackets;
 using Events = std::vector<std::string>;
 
 /// Records the hooks; makes no streams on request.
-class Manager : public StreamManager {
+class Streams : public StreamManager {
  public:
   using StreamManager::StreamManager;
 
@@ -45,7 +45,7 @@ class Manager : public StreamManager {
 
 TEST(StreamManager, MakesAStreamWithTheFirstPacketOfASideThatItCanMakeOneFor) {
   StreamManagerStatistic statistic;
-  Manager manager(statistic);
+  Streams manager(statistic);
   const CallPackets call;
   const auto in = [&](const cv::test::Datagram& datagram) {
     cv::test::deliver(manager, datagram);

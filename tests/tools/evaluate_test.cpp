@@ -17,7 +17,7 @@ namespace cv::tools {
 namespace {
 
 /// What both ways of finding are compared by.
-using Finding = std::tuple<uint32_t, int32_t, uint32_t, double>;  // sample, offset, frame, score
+using Detection = std::tuple<uint32_t, int32_t, uint32_t, double>;  // sample, offset, frame, score
 
 using Payloads = std::vector<rc_ptr<audio::HashSamplePayload>>;
 
@@ -49,8 +49,8 @@ rc_ptr<audio::HashDatabase> database_of(const Payloads& payloads, double thresho
 /// A node's own findings.
 class Node final : audio::SamplesDetectorCallback {
  public:
-  std::vector<Finding> find(const std::vector<audio::HashPoint>& points,
-                            const rc_ptr<audio::HashDatabase>& database, uint8_t drift) {
+  std::vector<Detection> find(const std::vector<audio::HashPoint>& points,
+                              const rc_ptr<audio::HashDatabase>& database, uint8_t drift) {
     audio::SamplesDetector detector;
     detector.set_database(database);
     detector.set_drift(drift);
@@ -66,7 +66,7 @@ class Node final : audio::SamplesDetectorCallback {
     m_findings.push_back({match.sample->id, match.offset, m_frame, match.score});
   }
 
-  std::vector<Finding> m_findings;
+  std::vector<Detection> m_findings;
   uint32_t m_frame = 0;
 };
 
@@ -93,7 +93,7 @@ TEST(ThresholdSweep, FindsWhatANodeWithEachThresholdFinds) {
       const auto lowest = database_of(payloads, thresholds.front());
       ThresholdSweep sweep(*lowest, thresholds, drift);
       for (const audio::HashPoint& point : points) sweep.handle_hash(point);
-      std::vector<std::vector<Finding>> swept(thresholds.size());
+      std::vector<std::vector<Detection>> swept(thresholds.size());
       for (const auto& each : sweep.findings()) {
         swept[each.level].push_back({each.position, each.offset, each.frame, each.score});
       }

@@ -15,9 +15,9 @@ namespace cv::tools {
 namespace {
 
 using rapidjson::Value;
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+using PrettyWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
-constexpr unsigned format = 1;
+constexpr unsigned state_format = 1;
 // The node's mark of an id that was never set.
 constexpr uint32_t unset_id = UINT32_MAX;
 
@@ -54,7 +54,8 @@ bool read_hashes(const Value& value, std::vector<uint32_t>& out) {
   return true;
 }
 
-void write_configuration(Writer& writer, const char* name, const StateFile::Configuration& value) {
+void write_configuration(PrettyWriter& writer, const char* name,
+                         const StateFile::Configuration& value) {
   writer.Key(name);
   writer.StartObject();
   writer.Key("version");
@@ -87,7 +88,7 @@ bool StateFile::load(std::string_view text, std::string& error) {
   const Value* version = find_member(document, "format");
   const Value* samples = find_member(document, "samples");
   error = "unknown format";
-  if (!version || !version->IsUint() || version->GetUint() != format) return false;
+  if (!version || !version->IsUint() || version->GetUint() != state_format) return false;
   error = "incomplete";
   if (!samples || !samples->IsObject() ||
       !read_configuration(document, "sample_configuration", m_samples_announced) ||
@@ -145,11 +146,11 @@ bool StateFile::update(Configuration& announced, std::string_view content) {
 
 std::string StateFile::to_json() const {
   rapidjson::StringBuffer buffer;
-  Writer writer(buffer);
+  PrettyWriter writer(buffer);
   writer.SetIndent(' ', 2);
   writer.StartObject();
   writer.Key("format");
-  writer.Uint(format);
+  writer.Uint(state_format);
   write_configuration(writer, "sample_configuration", m_samples_announced);
   write_configuration(writer, "deadair_configuration", m_dead_air_announced);
   if (!m_dropped_hashes.empty()) {

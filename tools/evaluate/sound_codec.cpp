@@ -51,9 +51,9 @@ struct MemoryFile {
   }
 };
 
-using Sound = std::unique_ptr<SNDFILE, decltype(&sf_close)>;
+using SoundStream = std::unique_ptr<SNDFILE, decltype(&sf_close)>;
 
-Sound open_memory(MemoryFile& file, int mode, int subtype) {
+SoundStream open_memory(MemoryFile& file, int mode, int subtype) {
   SF_VIRTUAL_IO calls{&MemoryFile::length, &MemoryFile::seek, &MemoryFile::read, &MemoryFile::write,
                       &MemoryFile::tell};
   SF_INFO info{};
@@ -61,7 +61,7 @@ Sound open_memory(MemoryFile& file, int mode, int subtype) {
   info.channels = 1;
   info.format = SF_FORMAT_RAW | subtype;
   file.position = 0;
-  Sound sound(sf_open_virtual(&calls, mode, &info, &file), &sf_close);
+  SoundStream sound(sf_open_virtual(&calls, mode, &info, &file), &sf_close);
   if (!sound) throw std::runtime_error(std::string("libsndfile: ") + sf_strerror(nullptr));
   return sound;
 }
@@ -96,7 +96,7 @@ std::vector<int16_t> through_codec(const std::vector<int16_t>& samples, SoundCod
 
 std::vector<int16_t> decode_sound(const std::vector<unsigned char>& bytes, SoundCodec codec) {
   MemoryFile file{{bytes.begin(), bytes.end()}};
-  const Sound sound = open_memory(file, SFM_READ, subtype_of(codec));
+  const SoundStream sound = open_memory(file, SFM_READ, subtype_of(codec));
   std::vector<int16_t> samples;
   std::vector<int16_t> block(4096);
   while (const sf_count_t count =

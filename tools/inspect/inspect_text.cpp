@@ -14,8 +14,6 @@ namespace {
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
-constexpr double frame_s = double{audio::frame_hop_samples} / audio_rate_hz;
-
 std::string hash_text(uint32_t hash) {
   std::array<char, 16> text{};
   std::snprintf(text.data(), text.size(), "%06x", hash);

@@ -14,7 +14,6 @@ namespace cv::tools {
 
 namespace {
 
-constexpr double frame_s = double{audio::frame_hop_samples} / audio_rate_hz;
 constexpr double full_scale = 32768;
 constexpr double level_quantile = 0.95;
 
