@@ -106,7 +106,7 @@ class Trial:
              "--to", f"127.0.0.1:{self.site.media_port}", "--samples", str(self.site.samples),
              "--rules", str(self.site.rules), "--rule", str(running_site.RULE), "--calls", str(calls),
              "--ramp", str(RAMP_S), "--duration", str(seconds), "--call-length", str(self.options.call_length),
-             "--scripts", str(self.options.scripts)],
+             "--scripts", str(self.options.scripts), "--drain", str(self.options.drain)],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.site.processes.append(("load", load))
         # While it fingerprints nothing is sent; the packets say when the calls begin.
@@ -240,6 +240,8 @@ def main():
     parser.add_argument("--seconds", type=int, default=60, help="length of a full run (default: 60)")
     parser.add_argument("--call-length", type=int, default=60, help="seconds of a call (default: 60)")
     parser.add_argument("--scripts", type=int, default=64, help="different calls (default: 64)")
+    parser.add_argument("--drain", type=int, default=5,
+                        help="seconds in which the last findings must have come (default: 5)")
     parser.add_argument("--json", type=pathlib.Path, help="write all results to this file, too")
     options = parser.parse_args()
     results = []
