@@ -307,7 +307,10 @@ static const char* request_of(int number) {
 
 void ServiceBase::report_signals() {
   if (!m_signals.pending()) return;
-  while (const int number = m_signals.take()) {
+  // A storm of signals may come faster than lines are written, and must not hold up the stop.
+  for (std::size_t n = 0; n < SignalRecord::capacity; ++n) {
+    const int number = m_signals.take();
+    if (number == 0) break;
     CV_LOG(SystemMessage) << "SERVICE: signal " << number << " has been received";
     if (const char* request = request_of(number)) CV_LOG(SystemMessage) << "SERVICE: " << request;
   }
