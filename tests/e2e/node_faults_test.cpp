@@ -137,6 +137,12 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
 }
 
 TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {
+#ifdef __SANITIZE_THREAD__
+  // GCC 12's thread sanitizer keeps one signal mask to go back to per thread. A signal that arrives while
+  // it calls the handlers of deferred ones makes it save the mask that blocks everything, and the thread
+  // hears no signal any more. Twenty lines of C alone show the same.
+  GTEST_SKIP() << "the thread sanitizer blocks all signals for ever in such a storm";
+#endif
   start_ready_node({announcement}, "media_receive_buffer_bytes=4194304");
   std::atomic<bool> storm{true};
   std::atomic<size_t> sent{0};
