@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <utility>
 #include <vector>
 
 #include "net/net_socket.h"
@@ -28,6 +29,12 @@ class UdpReceiver {
       m_texts.emplace_back(datagram, static_cast<std::size_t>(size));
     }
     return m_texts;
+  }
+
+  /// The same, and forgets it.
+  std::vector<std::string> take() {
+    texts();
+    return std::exchange(m_texts, {});
   }
 
   /// Waits until a datagram contains `part`; the latest such, or an empty text after 30 s.
