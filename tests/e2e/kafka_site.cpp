@@ -1,10 +1,8 @@
 #include "e2e/kafka_site.h"
 
-#include <arpa/inet.h>
 #include <cstdio>
 #include <signal.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -15,21 +13,11 @@ namespace cv::test {
 
 namespace {
 
-constexpr uint8_t all_features = 0x3C;
-constexpr size_t packet_samples = 160;
 constexpr int stop_limit_s = 15;
 
 /// Prompts of a folder below the language's have its name in theirs.
 std::string flat_name(const Recording& recording) {
   return utils::str::replace(recording.name, "/", "_");
-}
-
-sockaddr_in loopback(uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
 }
 
 }  // namespace
@@ -70,7 +58,6 @@ KafkaSite::KafkaSite(const std::string& broker, const std::string& properties_fi
                      const std::string& request_topic, const std::string& broadcast_topic)
     : m_broker(broker),
       m_properties_file(properties_file),
-      m_media_port(free_udp_port()),
       m_request_topic(request_topic),
       m_broadcast_topic(broadcast_topic) {
   std::string settings = "kafka_broker = " + m_broker +
@@ -79,7 +66,6 @@ KafkaSite::KafkaSite(const std::string& broker, const std::string& properties_fi
   if (!properties_file.empty()) settings += "kafka_properties_file = " + properties_file + "\n";
   m_sandbox.write_etc("kafka.conf", settings);
   m_recordings.write("rules.json", R"({"rules":[{"id":1,"samples":["*"],"threshold":5}]})");
-  m_sender.open(0, 0);
 }
 
 void KafkaSite::add_recording(const Recording& recording) {
@@ -98,20 +84,16 @@ void KafkaSite::stop_node() {
 }
 
 void KafkaSite::start_manager(const std::vector<std::string>& options) {
-  std::vector<std::string> arguments = {executable("corvanth"),
-                                        "configd",
-                                        "--brokers",
-                                        m_broker,
-                                        "--samples",
-                                        m_recordings.path(),
-                                        "--rules",
-                                        m_recordings / "rules.json",
-                                        "--topic-request",
-                                        m_request_topic,
-                                        "--topic-broadcast",
-                                        m_broadcast_topic};
-  if (!m_properties_file.empty()) {
-    arguments.insert(arguments.end(), {"--kafka-properties", m_properties_file});
+  std::vector<std::string> arguments = {executable("corvanth"), "configd"};
+  const std::pair<const char*, std::string> files_and_topics[] = {
+      {"--brokers", m_broker},
+      {"--samples", m_recordings.path()},
+      {"--rules", m_recordings / "rules.json"},
+      {"--topic-request", m_request_topic},
+      {"--topic-broadcast", m_broadcast_topic},
+      {"--kafka-properties", m_properties_file}};
+  for (const auto& [option, value] : files_and_topics) {
+    if (!value.empty()) arguments.insert(arguments.end(), {option, value});
   }
   arguments.insert(arguments.end(), options.begin(), options.end());
   m_manager = std::make_unique<ChildProcess>(m_sandbox, arguments);
@@ -129,32 +111,6 @@ bool KafkaSite::node_loaded(size_t samples, int seconds) {
   return eventually([&] { return node_is_loaded(samples); }, seconds);
 }
 
-void KafkaSite::start_call(const CallPackets& call) {
-  media::StartFields fields;
-  fields.features = all_features;
-  fields.flags = media::StartPacket::flag_rule;
-  fields.rule = 1;
-  fields.report_addr = htonl(INADDR_LOOPBACK);
-  fields.report_port = htons(m_reports.port());
-  send(call.start(fields));
-}
-
-void KafkaSite::send_audio(const CallPackets& call, std::span<const int16_t> samples,
-                           uint32_t first_seq) {
-  uint32_t seq = first_seq;
-  for (size_t at = 0; at < samples.size(); at += packet_samples, ++seq) {
-    const size_t count = std::min(packet_samples, samples.size() - at);
-    send(call.data(0, seq, samples.subspan(at, count), seq * 20000));
-    // The default receive buffer holds some 160 of these packets.
-    if (seq % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-}
-
-void KafkaSite::send(const media::Datagram& datagram) {
-  const auto* bytes = reinterpret_cast<const char*>(datagram.data());
-  EXPECT_TRUE(m_sender.send(loopback(m_media_port), bytes, datagram.size()));
-}
-
 bool KafkaSite::reported(const CallPackets& call, const Recording& recording) {
   const std::string name = flat_name(recording);
   char uuid_end[13];
@@ -170,7 +126,7 @@ bool KafkaSite::reported(const CallPackets& call, const Recording& recording) {
 bool KafkaSite::finds(const Recording& recording, uint8_t call_number) {
   const CallPackets call(call_number);
   start_call(call);
-  send_audio(call, recording.samples, 1);
+  send_audio(call, 0, recording.samples);
   return reported(call, recording);
 }
 

@@ -5,13 +5,11 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "net/net_socket.h"
 #include "support/child_process.h"
-#include "support/packet_builder.h"
+#include "support/media_source.h"
 #include "support/recordings.h"
 #include "support/sandbox.h"
 #include "support/udp_receiver.h"
@@ -47,7 +45,7 @@ class KafkaBroker {
 };
 
 /// configd and one node; topics of their own, which do not exist yet.
-class KafkaSite {
+class KafkaSite : public MediaSource {
  public:
   /// The settings file of the node names `properties_file` when it is not empty.
   explicit KafkaSite(const std::string& broker, const std::string& properties_file = "");
@@ -77,32 +75,26 @@ class KafkaSite {
   /// The node has its database, and its media port is open.
   bool node_is_ready() { return node_logged("PACKETS_READER: thread ["); }
 
-  /// A call whose originator hears this; rule 1.
-  void start_call(const CallPackets& call);
-  void send_audio(const CallPackets& call, std::span<const int16_t> samples, uint32_t first_seq);
+  void start_call(const CallPackets& call) { send_start(call, m_reports.port()); }
   /// Whether a finding of this recording on this call has come, or comes within 30 s.
   bool reported(const CallPackets& call, const Recording& recording);
   /// Whether a call of its own, with all of the recording, is recognised.
   bool finds(const Recording& recording, uint8_t call_number);
 
-  uint16_t media_port() const { return m_media_port; }
   const std::string& broker() const { return m_broker; }
   const std::string& request_topic() const { return m_request_topic; }
 
  private:
   KafkaSite(const std::string& broker, const std::string& properties_file,
             const std::string& request_topic, const std::string& broadcast_topic);
-  void send(const media::Datagram& datagram);
 
   const std::string m_broker;
   const std::string m_properties_file;
-  const uint16_t m_media_port;
   const std::string m_request_topic;
   const std::string m_broadcast_topic;
   Sandbox m_sandbox;
   TemporaryFolder m_recordings;
   UdpReceiver m_reports;
-  net::Socket m_sender;
   std::unique_ptr<ChildProcess> m_manager;
   std::unique_ptr<ChildProcess> m_node;
 };

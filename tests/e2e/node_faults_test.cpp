@@ -19,7 +19,7 @@ struct NodeFaults : NodeFixture {
   /// Whether a call with a known recording gives its two findings.
   testing::AssertionResult call_is_analysed(uint8_t number) {
     const CallPackets call(number);
-    send_start(call, 1, all_features, m_reports.port());
+    send_start(call, m_reports.port());
     send_audio(call, 0, m_audio);
     send(call.terminate());
     const std::string uuid = uuid_of(number);
@@ -55,12 +55,6 @@ struct NodeFaults : NodeFixture {
     return static_cast<size_t>(std::count_if(
         texts.begin(), texts.end(), [&](const auto& text) { return text.starts_with(finding); }));
   }
-  size_t statistics_blocks() const {
-    size_t count = 0;
-    const std::string log = syslog(), block = std::to_string(m_media_port) + " statistic";
-    for (size_t at = 0; (at = log.find(block, at)) != log.npos; ++at) ++count;
-    return count;
-  }
 
   const std::vector<int16_t> m_audio = prompt(announcement);
 };
@@ -83,7 +77,7 @@ TEST_F(NodeFaults, CallsGoOnWhateverBecomesOfTheSyslogDaemon) {
   EXPECT_TRUE(start_is_traced(21)) << "/dev/log was made anew";
 
   m_sandbox.hang_syslog(true);
-  for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call), 1, all_features, 0);
+  for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call), 0);
   node().send_signal(SIGTERM);
   EXPECT_EQ(node().wait_exit(15), 0) << "a stop does not wait for it";
 }
@@ -96,7 +90,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
   start_ready_node({announcement});
   const CallPackets running(1);
   const std::vector<int16_t> lead(8000);
-  send_start(running, 1, all_features, m_reports.port());
+  send_start(running, m_reports.port());
   send_audio(running, 0, lead);
 
   uint8_t call = 1;
@@ -117,7 +111,8 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
 
   // A sample that does not come is waited for five seconds, neither less nor a day more.
   const auto asked = std::chrono::steady_clock::now();
-  const size_t blocks = statistics_blocks();
+  const std::string block = std::to_string(m_media_port) + " statistic";
+  const size_t blocks = syslog_count(block);
   send_to_node(sample_configuration(8, {{101, announcement}, {102, "privacy-prompt"}}));
   ASSERT_TRUE(node_logged(R"("ids":[102])"));
   clock.jump(day);
@@ -127,7 +122,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
     return node().output().find(gave_up) != std::string::npos;
   })) << node().output();
   EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
-  EXPECT_TRUE(eventually([&] { return statistics_blocks() > blocks; })) << "every five seconds too";
+  EXPECT_TRUE(eventually([&] { return syslog_count(block) > blocks; })) << "every five seconds too";
   EXPECT_TRUE(call_is_analysed(++call));
   expect_clean_stop();
   for (uint8_t number = 1; number <= call; ++number) {

@@ -1,15 +1,12 @@
 #include "e2e/node_fixture.h"
 
-#include <algorithm>
-#include <arpa/inet.h>
-#include <iomanip>
 #include <signal.h>
-#include <sstream>
-#include <sys/socket.h>
+#include <stdexcept>
 
 #include "audio/audio_fingerprint.h"
 #include "audio/audio_sample_packet.h"
 #include "support/recordings.h"
+#include "tools/configd/event_texts.h"
 
 namespace cv::test {
 
@@ -17,19 +14,6 @@ namespace {
 
 constexpr const char* request_topic = "corvanth_request";
 constexpr const char* broadcast_topic = "corvanth_broadcast";
-constexpr size_t packet_samples = 160;
-
-sockaddr_in loopback(uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-std::string topic_of(uint16_t media_port) {
-  return "corvanth_medianode_127o0o0o1_" + std::to_string(media_port);
-}
 
 }  // namespace
 
@@ -40,16 +24,15 @@ std::vector<int16_t> prompt(const std::string& name) {
   throw std::runtime_error("no prompt " + name);
 }
 
-NodeFixture::NodeFixture()
-    : m_media_port(free_udp_port()),
-      m_kafka({request_topic, broadcast_topic, topic_of(m_media_port)}) {
+NodeFixture::NodeFixture() : m_kafka({request_topic, broadcast_topic, node_topic()}) {
   m_sandbox.write_etc("kafka.conf", "kafka_broker = " + m_kafka.brokers() +
                                         "\nkafka_topic_request = " + request_topic +
                                         "\nkafka_topic_broadcast = " + broadcast_topic + "\n");
-  m_sender.open(0, 0);
 }
 
-std::string NodeFixture::node_topic() const { return topic_of(m_media_port); }
+std::string NodeFixture::node_topic() const {
+  return "corvanth_medianode_127o0o0o1_" + std::to_string(m_media_port);
+}
 
 void NodeFixture::start_node(const std::string& settings) {
   std::vector<std::string> command = m_launcher;
@@ -92,72 +75,28 @@ std::vector<std::string> NodeFixture::requests(size_t count) {
 
 std::string NodeFixture::sample_configuration(uint64_t version,
                                               const std::map<uint32_t, std::string>& ids) const {
-  std::ostringstream json;
-  json << "{\"type\":\"corvanth_sample_configuration\",\"version\":" << version << ",\"data\":[";
-  const char* separator = "";
+  std::vector<tools::SampleEntry> entries;
   for (const auto& [id, name] : ids) {
-    json << separator << "{\"rule_id\":1,\"sample_id\":" << id
-         << ",\"threshold\":4.5,\"sample_name\":\"" << name
-         << "\",\"event_object\":{\"prompt\": [1, \"" << name << "\"]}}";
-    separator = ",";
+    entries.push_back({1, id, name, 4.5, R"({"prompt":[1,")" + name + "\"]}"});
   }
-  json << "]}";
-  return json.str();
+  return tools::configuration_event(tools::event::sample_configuration, version,
+                                    tools::sample_data_json(entries));
 }
 
 std::string NodeFixture::sample_event(uint32_t id, const std::string& prompt_name) const {
-  std::ostringstream json;
-  json << "{\"type\":\"corvanth_sample_list\",\"data\":{\"id\":" << id << ",\"hash\":\"" << std::hex
-       << std::setfill('0');
-  for (int byte : audio::write_sample_packet(audio::fingerprint(prompt(prompt_name)))) {
-    json << std::setw(2) << byte;
-  }
-  json << "\"}}";
-  return json.str();
-}
-
-void NodeFixture::send(const media::Datagram& datagram) {
-  // Not by the socket's own send(), which has nothing to do for an empty datagram.
-  const sockaddr_in to = loopback(m_media_port);
-  EXPECT_EQ(sendto(m_sender.descriptor(), datagram.data(), datagram.size(), 0,
-                   reinterpret_cast<const sockaddr*>(&to), sizeof to),
-            static_cast<ssize_t>(datagram.size()));
-}
-
-void NodeFixture::send_start(const CallPackets& call, uint64_t rule, uint8_t features,
-                             uint16_t report_port) {
-  media::StartFields fields;
-  fields.features = features;
-  fields.flags = media::StartPacket::flag_rule;
-  fields.ts = 1635500000;
-  fields.rule = rule;
-  fields.report_addr = htonl(INADDR_LOOPBACK);
-  fields.report_port = htons(report_port);
-  fields.call_id = "call-of-a-test";
-  send(call.start(fields));
-}
-
-void NodeFixture::send_audio(const CallPackets& call, uint16_t side,
-                             const std::vector<int16_t>& samples, uint32_t first_seq) {
-  uint32_t seq = first_seq;
-  for (size_t at = 0; at < samples.size(); at += packet_samples, ++seq) {
-    const size_t count = std::min(packet_samples, samples.size() - at);
-    send(call.data(side, seq, std::span(samples).subspan(at, count), seq * 20000));
-    // The default receive buffer holds some 160 of these packets.
-    if (seq % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  return tools::sample_event(id,
+                             audio::write_sample_packet(audio::fingerprint(prompt(prompt_name))));
 }
 
 bool NodeFixture::syslog_has(const std::string& text) {
   return eventually([&] { return syslog().find(text) != std::string::npos; });
 }
 
-long NodeFixture::statistic(const std::string& label) const {
-  const std::string text = syslog();
-  const size_t at = text.rfind("* " + label);
-  if (at == text.npos) return -1;
-  const size_t value = text.find(": ", at);
-  return std::stol(text.substr(value + 2));
+size_t NodeFixture::syslog_count(const std::string& text) const {
+  size_t count = 0;
+  const std::string log = syslog();
+  for (size_t at = 0; (at = log.find(text, at)) != log.npos; ++at) ++count;
+  return count;
 }
 
 void NodeFixture::expect_clean_stop() {

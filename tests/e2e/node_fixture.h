@@ -12,12 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "media/media_packet_writer.h"
-#include "net/net_socket.h"
 #include "support/child_process.h"
 #include "support/eventually.h"
+#include "support/media_source.h"
 #include "support/mock_kafka.h"
-#include "support/packet_builder.h"
 #include "support/sandbox.h"
 #include "support/udp_receiver.h"
 
@@ -26,7 +24,7 @@ namespace cv::test {
 /// The samples of a recorded English prompt.
 std::vector<int16_t> prompt(const std::string& name);
 
-class NodeFixture : public testing::Test {
+class NodeFixture : public testing::Test, protected MediaSource {
  protected:
   NodeFixture();
 
@@ -49,30 +47,19 @@ class NodeFixture : public testing::Test {
                                    const std::map<uint32_t, std::string>& ids) const;
   std::string sample_event(uint32_t id, const std::string& prompt_name) const;
 
-  void send(const media::Datagram& datagram);
-  /// START with this rule, features and report address (0: none).
-  void send_start(const CallPackets& call, uint64_t rule, uint8_t features, uint16_t report_port);
-  /// The samples as 20 ms packets, faster than real time but no faster than the node reads them.
-  void send_audio(const CallPackets& call, uint16_t side, const std::vector<int16_t>& samples,
-                  uint32_t first_seq = 1);
-
   ChildProcess& node() { return *m_node; }
   bool node_logged(const std::string& text) { return m_node->wait_for_output(text); }
   std::string syslog() const { return m_sandbox.syslog(); }
   bool syslog_has(const std::string& text);
-  /// The newest printed value of a statistics line, or -1.
-  long statistic(const std::string& label) const;
+  /// How often `text` stands in the syslog lines.
+  size_t syslog_count(const std::string& text) const;
 
   /// SIGTERM, then status 0.
   void expect_clean_stop();
 
-  static constexpr uint8_t all_features = 0x3C;
-
-  uint16_t m_media_port;
   Sandbox m_sandbox;
   MockKafka m_kafka;
   UdpReceiver m_reports;
-  net::Socket m_sender;
   /// Stands before the node's command line.
   std::vector<std::string> m_launcher;
   std::unique_ptr<ChildProcess> m_node;

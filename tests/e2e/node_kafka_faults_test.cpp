@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -48,7 +49,7 @@ class SteadyCalls {
       uint32_t seq = 1;
       for (size_t at = 0; at < m_recording.samples.size(); at += packet_samples, ++seq) {
         const size_t count = std::min(packet_samples, m_recording.samples.size() - at);
-        m_site.send_audio(call, std::span(m_recording.samples).subspan(at, count), seq);
+        m_site.send_audio(call, 0, std::span(m_recording.samples).subspan(at, count), seq);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
       }
     } while (m_running);

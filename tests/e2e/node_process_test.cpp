@@ -10,9 +10,8 @@ namespace {
 
 using NodeProcess = NodeFixture;
 
-TEST_F(NodeProcess, ExitStatusesOfEveryRefusal) {
+TEST_F(NodeProcess, EndsWithAStatusAndALineWhenItCannotStart) {
   const std::string port = "port=" + std::to_string(m_media_port);
-  const std::string conf = m_sandbox.write_file("node.conf", "# none\nport = 1=2\n");
   const std::string no_kafka = "CORVANTH_KAFKA_CONF=" + m_sandbox.path() + "/none";
   const std::string bad_kafka =
       "CORVANTH_KAFKA_CONF=" + m_sandbox.write_file("kafka.conf", "kafka_broker=a=b\n");
@@ -25,24 +24,14 @@ TEST_F(NodeProcess, ExitStatusesOfEveryRefusal) {
   const Case cases[] = {
       {0, "", {node, "-h", "--nonsense"}},
       {1, "", {node, "--verbose"}},
-      {1, "SERVICE: value if not specified for option [--config]", {node, "--config"}},
       {1,
        "CONFIGURATION: failed to set option [log_level] to [info]: unexpected value format",
        {node, "--args", port + ",log_level=info"}},
-      {1,
-       "[audio_detection_drift] must not exceed [3]",
-       {node, "--args", port + ",audio_detection_drift=4"}},
-      {1,
-       "CONFIGURATION: incorrect option format at line 1: \"port = 1=2\"",
-       {node, "--config", conf}},
       {1, "CONFIGURATION: failed to open file [", {"/usr/bin/env", no_kafka, node, "--args", port}},
       {1,
        "CONFIGURATION: incorrect option format at line 0",
        {"/usr/bin/env", bad_kafka, node, "--args", port}},
-      {1,
-       "SERVICE: media node port must be specified, use \"--args Port=<number>\" in execution "
-       "command",
-       {node, "--args", "log_level=INFO"}},
+      {1, "SERVICE: media node port must be specified", {node, "--args", "log_level=INFO"}},
       {1,
        "impossible to set log level stricter than 'error' level",
        {node, "--args", port + ",log_level=SYSTEM"}}};
@@ -52,46 +41,20 @@ TEST_F(NodeProcess, ExitStatusesOfEveryRefusal) {
     EXPECT_NE(process.output().find(refusal.output), std::string::npos)
         << "expected: " << refusal.output << "\nin: " << process.output();
   }
-}
 
-TEST_F(NodeProcess, APortInUseEndsTheNodeWithStatusOne) {
   net::Socket occupant;
   ASSERT_TRUE(occupant.open(m_media_port, 0));
   start_node();
   wait_for_first_requests();
   send_to_node(R"({"type":"corvanth_sample_configuration","version":1,"data":[]})");
-  EXPECT_EQ(node().wait_exit(), 1) << node().output();
+  EXPECT_EQ(this->node().wait_exit(), 1) << "the port is in use";
   EXPECT_TRUE(node_logged("failed to bind a socket, error (98): "));
-}
-
-TEST_F(NodeProcess, AStopWhileWaitingForTheFirstDatabaseEndsTheNode) {
-  start_node();
-  wait_for_first_requests();
-  node().send_signal(SIGHUP);
-  ASSERT_TRUE(node_logged("SERVICE: update has been requested"));
-  expect_clean_stop();
-  const std::string output = node().output();
-  const size_t received = output.find("SERVICE: signal 15 has been received");
-  const size_t stop = output.find("SERVICE: application stop has been requested");
-  const size_t stopped = output.find("SERVICE: [corvanthmedianode] main thread [");
-  ASSERT_NE(received, output.npos) << output;
-  EXPECT_LT(received, stop);
-  EXPECT_LT(stopped, received) << "the started line comes first";
-  EXPECT_EQ(output.find("PACKETS_READER"), output.npos) << "the media path never opened";
-}
-
-TEST_F(NodeProcess, AStopWithoutAnyBrokerEndsTheNode) {
-  m_sandbox.write_etc("kafka.conf",
-                      "kafka_broker = 127.0.0.1:1\nkafka_topic_request = a\n"
-                      "kafka_topic_broadcast = b\n");
-  start_node();
-  ASSERT_TRUE(node_logged("main thread ["));
-  node().send_signal(SIGINT);
-  EXPECT_EQ(node().wait_exit(60), 0) << node().output();
 }
 
 TEST_F(NodeProcess, ARunningNodeAnswersSignalsAndStopsInOrder) {
   start_ready_node({"vm-goodbye"});
+  node().send_signal(SIGHUP);
+  EXPECT_TRUE(node_logged("SERVICE: update has been requested"));
   node().send_signal(SIGUSR1);
   EXPECT_TRUE(node_logged("SERVICE: user action #1 has been requested"));
   EXPECT_TRUE(node_logged("]: system interrupted call"));
@@ -101,26 +64,14 @@ TEST_F(NodeProcess, ARunningNodeAnswersSignalsAndStopsInOrder) {
   EXPECT_EQ(node().wait_exit(), 0);
   const std::string output = node().output();
   size_t at = 0;
-  for (const char* line : {"SERVICE: exec path: ",
-                           "SERVICE: exec args: [--args] [port=",
-                           "build version: \"",
-                           "SERVICE: [corvanthmedianode] main thread [",
-                           "CONFIGURATION: file is not specified, default values are used",
-                           "CONFIGURATION: reading from args: port=",
-                           "SERVICE: kafka build version:   ",
-                           "SERVICE: kafka running version: ",
-                           " (0x0",
-                           "SERVICE: kafka running version differs to expected 1.5.2",
-                           "CONFIGURATION: option [kafka_broker] is set to [",
-                           "SERVICE: kafka topic is set to [corvanth_medianode_127o0o0o1_",
-                           "SERVICE: kafka group is set to [corvanth_medianode_127o0o0o1_",
-                           "PACKETS_READER: thread [",
-                           "SERVICE: signal 3 has been received",
-                           "PACKETS_READER: thread [",
-                           "ANALYSIS_REPORT: reporting thread stopped",
-                           "MESSAGE_BROKER: messages listening thread [",
-                           "STATISTIC_SERVICE: thread [",
-                           "main thread ["}) {
+  for (const char* line :
+       {"SERVICE: exec path: ", "build version: \"", "SERVICE: [corvanthmedianode] main thread [",
+        "CONFIGURATION: reading from args: port=", "SERVICE: kafka running version: ",
+        "CONFIGURATION: option [kafka_broker] is set to [",
+        "SERVICE: kafka topic is set to [corvanth_medianode_127o0o0o1_", "PACKETS_READER: thread [",
+        "SERVICE: signal 3 has been received", "PACKETS_READER: thread [",
+        "ANALYSIS_REPORT: reporting thread stopped", "MESSAGE_BROKER: messages listening thread [",
+        "STATISTIC_SERVICE: thread [", "main thread ["}) {
     at = output.find(line, at + 1);
     EXPECT_NE(at, output.npos) << line << " is missing or out of order in " << output;
   }
@@ -146,11 +97,6 @@ TEST_F(NodeProcess, DaemonModeWritesItsPidFileLogsToSyslogAndStopsOnSigterm) {
   EXPECT_TRUE(syslog_has("SERVICE: application stop has been requested"));
   EXPECT_TRUE(eventually([&] { return kill(daemon, 0) != 0; })) << "the daemon is gone";
   EXPECT_EQ(node().output(), "") << "nothing on standard error";
-
-  ChildProcess refused(m_sandbox, {executable("corvanthmedianode"), "-d", "--pid-file",
-                                   m_sandbox.path() + "/no/such/folder/pid"});
-  EXPECT_EQ(refused.wait_exit(), 0);
-  EXPECT_TRUE(syslog_has("DAEMON: failed to open pid file \""));
 }
 
 }  // namespace
