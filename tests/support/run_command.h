@@ -1,0 +1,35 @@
+// A command of the tool, run in this process as from a shell.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tools/command_line.h"
+
+namespace cv::test {
+
+struct CommandRun {
+  int status = 0;
+  std::string out;
+  std::string err;
+
+  bool says(const std::string& part) const { return err.find(part) != err.npos; }
+  bool prints(const std::string& part) const { return out.find(part) != out.npos; }
+};
+
+inline CommandRun run_command(std::vector<std::string> arguments,
+                              const std::vector<std::string>& more = {}) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  std::vector<const char*> argv = {"corvanth"};
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  CommandRun run;
+  run.status = tools::run_command_line(static_cast<int>(argv.size()), argv.data());
+  run.out = testing::internal::GetCapturedStdout();
+  run.err = testing::internal::GetCapturedStderr();
+  return run;
+}
+
+}  // namespace cv::test

@@ -1,0 +1,184 @@
+// What the tools work out in ways of their own is, bit by bit, what a node's detector makes of it.
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <tuple>
+
+#include "audio/audio_fingerprint.h"
+#include "support/recordings.h"
+#include "tools/analyse/sample_votes.h"
+#include "tools/evaluate/threshold_sweep.h"
+#include "tools/recognition_trial.h"
+
+namespace cv::tools {
+namespace {
+
+/// Frame that decides, sample, shift, score.
+using Found = std::tuple<uint64_t, uint32_t, int32_t, double>;
+
+/// A node's detector after a whole stream.
+class Node : audio::SamplesDetectorCallback {
+ public:
+  Node(const Points& stream, const rc_ptr<audio::HashDatabase>& database, uint8_t drift_frames) {
+    m_detector.set_database(database);
+    m_detector.set_drift(drift_frames);
+    for (const audio::HashPoint& point : stream) {
+      m_frame = point.offset;
+      m_detector.handle_hash(point, *this, nullptr);
+    }
+  }
+
+  std::vector<audio::Match> best() const {
+    std::vector<audio::Match> matches;
+    m_detector.get_match(matches);
+    return matches;
+  }
+
+  std::vector<Found> found;
+
+ private:
+  void on_sample_detected(audio::Match match, void*) override {
+    found.emplace_back(m_frame, match.sample->id, match.offset, match.score);
+  }
+
+  audio::SamplesDetector m_detector;
+  uint64_t m_frame = 0;
+};
+
+class NodeDetector : public testing::Test {
+ protected:
+  NodeDetector() {
+    const auto prompts = test::english_prompts(2 * 8000), speech = test::french_prompts(2 * 8000);
+    for (std::size_t i = 0; i < 20; ++i) {
+      m_samples.push_back(audio::fingerprint(prompts.at(i).samples, 4));
+    }
+    // Hours of nothing before the last point: such a sample's votes are counted apart.
+    m_samples.push_back(m_samples[3]);
+    m_samples.back().back().offset += 1000000;
+    // Whole and in part, off the hop, twice, and speech that is none of them.
+    std::vector<int16_t> audio(1077);
+    for (const auto& [i, from] : {std::pair(3, 0), {17, 0}, {3, 0}, {10, 9001}, {19, 0}}) {
+      const auto place = static_cast<std::size_t>(i);
+      const auto& prompt = prompts[place].samples;
+      audio.insert(audio.end(), prompt.begin() + from, prompt.end());
+      audio.insert(audio.end(), speech[place].samples.begin(), speech[place].samples.end());
+    }
+    m_stream = audio::fingerprint(audio);
+  }
+
+  std::vector<audio::HashSample> samples(double threshold) const {
+    std::vector<audio::HashSample> samples;
+    for (const Points& points : m_samples) {
+      const auto id = static_cast<uint32_t>(samples.size());
+      samples.push_back(make_hash_sample(id, "", threshold, points));
+    }
+    return samples;
+  }
+  rc_ptr<audio::HashDatabase> database(double threshold) const {
+    return new audio::HashDatabase(samples(threshold));
+  }
+
+  std::vector<Points> m_samples;
+  Points m_stream;
+};
+
+constexpr uint8_t drifts_frames[] = {0, 1, 3};
+
+TEST_F(NodeDetector, AnnouncesWithEachThresholdWhatTheSweepFinds) {
+  const std::vector<double> thresholds = {2.5, 3.5, 4.5, 6};
+  for (const uint8_t drift : drifts_frames) {
+    const auto lowest = database(thresholds.front());
+    ThresholdSweep sweep(*lowest, thresholds, drift);
+    for (const audio::HashPoint& point : m_stream) sweep.handle_hash(point);
+    std::vector<std::vector<Found>> swept(thresholds.size());
+    for (const auto& each : sweep.findings()) {
+      swept[each.level].emplace_back(each.frame, each.position, each.offset, each.score);
+    }
+    for (std::size_t level = 0; level < thresholds.size(); ++level) {
+      EXPECT_EQ(swept[level], Node(m_stream, database(thresholds[level]), drift).found)
+          << "drift " << int{drift} << ", threshold " << thresholds[level];
+    }
+    EXPECT_GT(swept[0].size(), 20u);
+    EXPECT_GE(swept[2].size(), 5u);
+  }
+}
+
+TEST_F(NodeDetector, AnnouncesWhatReachesTheThresholdByItsVotes) {
+  constexpr double threshold = 3;
+  for (const uint8_t drift : drifts_frames) {
+    SCOPED_TRACE(int{drift});
+    const Node node(m_stream, database(threshold), drift);
+    std::set<Found> found;
+    std::vector<ScorePoint> ends;
+    for (const audio::HashSample& sample : samples(threshold)) {
+      const SampleVotes votes(sample, drift);
+      audio::ReportedShifts reported;
+      votes.count(m_stream, [&](const SampleVotes::Vote& vote) {
+        if (vote.voted.score < threshold || reported.contains(vote.voted.shift)) return;
+        reported.insert(vote.voted.shift);
+        found.emplace(vote.point.offset, sample.metadata->id, vote.voted.shift, vote.voted.score);
+      });
+      const SampleTrack track = votes.track(m_stream);
+      EXPECT_EQ(track.nearest, votes.nearest(m_stream));
+      ends.push_back(track.points.back());
+    }
+    EXPECT_GE(found.size(), 5u);
+    EXPECT_EQ(found, std::set<Found>(node.found.begin(), node.found.end()));
+    for (const audio::Match& match : node.best()) {
+      const ScoredShift& best = ends.at(match.sample->id).best;
+      EXPECT_EQ(std::pair(best.shift, best.score), std::pair(match.offset, match.score));
+    }
+  }
+}
+
+TEST_F(NodeDetector, ScoresThePointsOfATrackItsBestAndItsRunnerUp) {
+  using Shift = std::tuple<int32_t, uint32_t, double>;
+  using Point = std::tuple<uint64_t, uint64_t, uint64_t, Shift, Shift, Shift>;
+  const auto shift_of = [](const ScoredShift& s) { return Shift(s.shift, s.votes, s.score); };
+  for (const std::size_t i : {3u, 5u}) {  // one that is there, one that is not
+    const SampleVotes votes(samples(3)[i], 1);
+    // By the book: every shift's votes when it was last voted for.
+    std::map<int32_t, uint32_t> seen;
+    std::map<uint64_t, Point> expected;
+    double highest = 0;
+    std::pair<uint32_t, int32_t> best;
+    votes.count(m_stream, [&](const SampleVotes::Vote& vote) {
+      const auto scored = [&](uint32_t count, int32_t shift) {
+        if (count == 0) return Shift();
+        return Shift(shift, count, audio::SamplesDetector::score(count, vote.total, vote.shifts));
+      };
+      seen[vote.voted.shift] = vote.voted.votes;
+      if (vote.voted.votes > best.first) best = {vote.voted.votes, vote.voted.shift};
+      std::pair<uint32_t, int32_t> second;
+      for (const auto& [shift, count] : seen) {
+        if (std::abs(shift - best.second) > 8 && count > second.first) second = {count, shift};
+      }
+      const bool is_new = !expected.count(vote.point.offset);
+      auto& [frame, total, shifts, voted, leads, runs_up] = expected[vote.point.offset];
+      if (is_new || vote.voted.score > highest) {
+        highest = vote.voted.score;
+        voted = shift_of(vote.voted);
+      }
+      frame = vote.point.offset;
+      total = vote.total;
+      shifts = vote.shifts;
+      leads = scored(best.first, best.second);
+      runs_up = scored(second.first, second.second);
+    });
+    EXPECT_GT(expected.size(), 100u);
+    auto next = expected.begin();
+    for (const ScorePoint& is : votes.track(m_stream).points) {
+      ASSERT_NE(next, expected.end());
+      ASSERT_EQ(Point(is.frame, is.total, is.shifts, shift_of(is.voted), shift_of(is.best),
+                      shift_of(is.runner_up)),
+                (next++)->second)
+          << is.frame;
+    }
+    EXPECT_EQ(next, expected.end());
+  }
+}
+
+}  // namespace
+}  // namespace cv::tools
