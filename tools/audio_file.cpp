@@ -9,6 +9,8 @@ namespace cv::tools {
 namespace {
 
 constexpr std::size_t block_frames = 16384;
+// No audio has fewer; a broken header may say 1, which makes gigabytes of a few minutes.
+constexpr int least_rate_hz = 1000;
 
 struct CloseSound {
   void operator()(SNDFILE* file) const { sf_close(file); }
@@ -100,7 +102,12 @@ void pick(const std::vector<float>& frames, std::size_t count, std::size_t chann
 
 Sound open_sound(const std::string& path, SF_INFO& info, std::string& error) {
   Sound sound(sf_open(path.c_str(), SFM_READ, &info));
-  if (!sound) error = sf_strerror(nullptr);
+  if (!sound) {
+    error = sf_strerror(nullptr);
+  } else if (info.samplerate < least_rate_hz) {
+    error = std::to_string(info.samplerate) + " samples a second are no audio";
+    sound.reset();
+  }
   return sound;
 }
 

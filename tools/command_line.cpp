@@ -2,14 +2,30 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <fcntl.h>
 #include <iostream>
 #include <string>
+#include <unistd.h>
 
 #include "app/app_build_version.h"
 
 namespace cv::tools {
 
+namespace {
+
+/// A standard descriptor that came closed would be the next output file's, and what is printed would go
+/// into that. For reading only: printing still fails, and is noticed.
+void fill_standard_descriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    // The lowest free one is taken: this one, for those below are in use by now.
+    if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) < 0) return;
+  }
+}
+
+}  // namespace
+
 int run_command_line(int argc, const char* const* argv) {
+  fill_standard_descriptors();
   CLI::App app("The operator's tool of the call-audio media node.", "corvanth");
   app.set_version_flag("--version", std::string("corvanth ") + CORVANTH_VERSION + " (" +
                                         app::build_identifier() + ")");

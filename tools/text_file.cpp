@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace cv::tools {
@@ -51,6 +52,14 @@ bool sync_directory_of(const std::string& path) {
   return directory.valid() && ::fsync(directory.get()) == 0;
 }
 
+/// A device or a pipe: nothing that could be replaced.
+bool write_through(const std::string& path, std::string_view content, std::string& error) {
+  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (file.valid() && write_all(file.get(), content)) return true;
+  error = failure(path, "cannot be written");
+  return false;
+}
+
 }  // namespace
 
 std::optional<std::string> read_file(const std::string& path, std::string& error) {
@@ -78,7 +87,12 @@ std::optional<std::string> read_file(const std::string& path, std::string& error
 }
 
 bool replace_file(const std::string& path, std::string_view content, std::string& error) {
-  const std::string temporary = path + ".tmp";
+  struct stat old = {};
+  const bool exists = ::stat(path.c_str(), &old) == 0;
+  if (exists && !S_ISREG(old.st_mode)) return write_through(path, content, error);
+  std::error_code gone;
+  const std::string target = exists ? std::filesystem::canonical(path, gone).string() : path;
+  const std::string temporary = target + ".tmp";
   {
     const Descriptor file(
         ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
@@ -86,18 +100,19 @@ bool replace_file(const std::string& path, std::string_view content, std::string
       error = failure(temporary, "cannot be created");
       return false;
     }
-    if (!write_all(file.get(), content) || ::fsync(file.get()) != 0) {
+    if ((exists && ::fchmod(file.get(), old.st_mode & 07777) != 0) ||
+        !write_all(file.get(), content) || ::fsync(file.get()) != 0) {
       error = failure(temporary, "cannot be written");
       ::unlink(temporary.c_str());
       return false;
     }
   }
-  if (::rename(temporary.c_str(), path.c_str()) != 0) {
+  if (::rename(temporary.c_str(), target.c_str()) != 0) {
     error = failure(path, "cannot be replaced");
     ::unlink(temporary.c_str());
     return false;
   }
-  if (!sync_directory_of(path)) {
+  if (!sync_directory_of(target)) {
     error = failure(path, "its directory cannot be synced");
     return false;
   }

@@ -18,15 +18,20 @@ struct CommandRun {
   bool prints(const std::string& part) const { return out.find(part) != out.npos; }
 };
 
+/// With what it prints going where this process prints; the exit status.
+inline int run_printing(const std::vector<std::string>& arguments) {
+  std::vector<const char*> argv = {"corvanth"};
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  return tools::run_command_line(static_cast<int>(argv.size()), argv.data());
+}
+
 inline CommandRun run_command(std::vector<std::string> arguments,
                               const std::vector<std::string>& more = {}) {
   arguments.insert(arguments.end(), more.begin(), more.end());
-  std::vector<const char*> argv = {"corvanth"};
-  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   CommandRun run;
-  run.status = tools::run_command_line(static_cast<int>(argv.size()), argv.data());
+  run.status = run_printing(arguments);
   run.out = testing::internal::GetCapturedStdout();
   run.err = testing::internal::GetCapturedStderr();
   return run;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <set>
+#include <unistd.h>
 
 #include "support/recordings.h"
 #include "support/run_command.h"
@@ -36,12 +37,13 @@ class Analyse : public testing::Test {
   }
 
   test::CommandRun analyse(const std::vector<std::string>& more) const {
-    return test::run_command({"analyse", "--samples", m_folder / "samples", "--rules",
-                              m_folder / "rules.json", "--rule", "1"},
-                             more);
+    return test::run_command(m_analyse, more);
   }
 
   test::TemporaryFolder m_folder;
+  const std::vector<std::string> m_analyse = {
+      "analyse", "--samples", m_folder / "samples", "--rules", m_folder / "rules.json",
+      "--rule",  "1"};
   std::vector<int16_t> m_known, m_unknown;
 };
 
@@ -159,6 +161,18 @@ TEST_F(Analyse, WhatIsNoRecordingIsNamedAndTheOthersAreAnalysed) {
     EXPECT_TRUE(run.says("corvanth: " + path + ": ") && run.says(reason)) << run.err;
     EXPECT_EQ(count("corvanth_detection", run.out), 1u) << path << "\n" << run.out;
   }
+}
+
+TEST_F(Analyse, DoesNotPrintIntoItsFilesWhenStandardOutputCameClosed) {
+  auto arguments = m_analyse;
+  arguments.insert(arguments.end(), {sound("call", m_known), "--index", m_folder / "index"});
+  EXPECT_EXIT(
+      {
+        ::close(STDIN_FILENO);
+        ::close(STDOUT_FILENO);
+        std::exit(test::run_printing(arguments));
+      },
+      testing::ExitedWithCode(exit_failed), "standard output cannot be written");
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ TEST(AudioFile, EveryRateAndNumberOfChannelsComesToTheSameLengthAndLevel) {
     EXPECT_NEAR(std::sqrt(power / 7200), 0.5 * 32768 / std::sqrt(2), 60);
   }
   EXPECT_FALSE(read_audio(folder.write("text.wav", "no audio"), error));
+  test::write_sound(folder / "slow", std::vector<int16_t>(100), 1, 1);
+  EXPECT_FALSE(read_audio(folder / "slow", error)) << "would be 100 s long";
   EXPECT_FALSE(error.empty());
 }
 

@@ -55,6 +55,7 @@ TEST_F(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
       {2, {"analyse", "--pcap", m_file}, {m_file}},
       {2, {"analyse", m_file}, {"--samples", m_folder.path(), "--rules", m_file}},
       {1, {"analyse", "--list", "--pcap", m_file}, {}},
+      {2, {"evaluate", "--samples", m_folder.path()}, {"--thresholds", "3:8:1e300"}},
   };
   for (const auto& row : table) {
     std::vector<std::string> arguments = row.command;

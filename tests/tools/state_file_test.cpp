@@ -84,6 +84,15 @@ TEST_F(StateFileTest, AFailedSaveLeavesTheOldFileAndIsTriedAgain) {
   EXPECT_TRUE(state.save(m_error)) << m_error;
   EXPECT_EQ(open().sample_version(), 1001u);
   EXPECT_FALSE(std::filesystem::exists(m_path + ".tmp"));
+
+  // What is there stays what it is: a link, with its target's permissions.
+  std::filesystem::rename(m_path, m_folder / "target");
+  std::filesystem::create_symlink(m_folder / "target", m_path);
+  std::filesystem::permissions(m_path, std::filesystem::perms::owner_all);
+  EXPECT_TRUE(replace_file(m_path, "new", m_error)) << m_error;
+  EXPECT_TRUE(std::filesystem::is_symlink(m_path));
+  EXPECT_EQ(content(), "new");
+  EXPECT_EQ(std::filesystem::status(m_path).permissions(), std::filesystem::perms::owner_all);
 }
 
 }  // namespace

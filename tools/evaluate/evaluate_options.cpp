@@ -18,7 +18,7 @@ std::vector<double> parse_thresholds(const std::string& text) {
   int used = 0;
   const int fields = std::sscanf(text.c_str(), "%lf:%lf:%lf%n", &from, &to, &step, &used);
   if (fields != 3 || static_cast<std::size_t>(used) != text.size() || !(from >= 0.1) ||
-      !(to >= from) || !(to <= 64) || !(step >= 0.001)) {
+      !(to >= from) || !(to <= 64) || !(step >= 0.001) || !(step <= 64)) {
     throw CLI::ValidationError("--thresholds", "must be FROM:TO:STEP, from 0.1 to 64");
   }
   std::vector<double> thresholds;
