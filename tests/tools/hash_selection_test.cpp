@@ -29,13 +29,10 @@ TEST(HashSelection, SpacesAndDropsByTable) {
     uint32_t spacing_frames;
     std::size_t max_repeat;
   } table[] = {
-      {"aaaabaaab", "aaaabaaab", 1, 0},
       {"aaaabaaab", "a a ba ab", 2, 0},
       {"aaaabaaab", "a  ab a b", 3, 0},
       {"[ab][bc][ab]", "[ab][c][ab]", 2, 0},
       {"aaabbc", "   bbc", 1, 2},
-      {"aaabbc", "aaabbc", 1, 3},
-      {"aaa", "", 1, 2},
       {"aaaabbb b", "a a", 2, 2},  // counted is what spacing left
       {"", "", 2, 2},
   };
@@ -55,11 +52,8 @@ TEST(HashSelection, TheCommonestOfTheSetGoAndStayGoneWhileTheyAreNearlyThat) {
     std::size_t count;
     std::string previous, expected;
   } table[] = {
-      {{"abc", "bcd", "cde"}, 1, "", "c"},
       {{"abc", "bcd", "cde"}, 2, "", "bc"},  // b and d are equally common
       {{"abc"}, 0, "a", ""},
-      {{"ab"}, 5, "", "ab"},
-      {{ten, std::string(10, 'y')}, 1, "y", "y"},
       {{ten + "x", ten, "yyyyyyyyyyyyyyyyyyyy"}, 1, "y", "y"},   // 20 of 21: 0.907 of the votes
       {{ten + "xx", ten, "yyyyyyyyyyyyyyyyyyyy"}, 1, "y", "x"},  // 20 of 22: 0.826
       {{ten, "yyyyyyyyyy", "z"}, 1, "xy", "x"},                  // another number was asked for

@@ -27,55 +27,53 @@ std::vector<CallScript> silent_scripts() {
   return {script, script};
 }
 
-uint64_t packets_of(uint32_t blocks) { return blocks == 0 ? 0 : 2 + 2 * uint64_t{blocks}; }
-
-/// A place for packets, and a way there.
-struct LoadSenderTest : testing::Test {
-  LoadSenderTest() {
-    const sockaddr_in to{AF_INET, htons(node.port()), {htonl(INADDR_LOOPBACK)}, {}};
-    EXPECT_TRUE(socket.open(0, INADDR_LOOPBACK));
-    EXPECT_EQ(connect(socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+/// The packets of a plan, as a node receives them.
+class LoadSenderTest : public testing::Test {
+ protected:
+  std::vector<media::DataPacket> play(const LoadPlan& plan,
+                                      const std::vector<CallScript>& scripts) {
+    const sockaddr_in to{AF_INET, htons(m_node.port()), {htonl(INADDR_LOOPBACK)}, {}};
+    EXPECT_TRUE(m_socket.open(0, INADDR_LOOPBACK));
+    EXPECT_EQ(connect(m_socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    m_sender = std::make_unique<LoadSender>(plan, scripts, LoadCalls{{.rule = 7}, run},
+                                            m_socket.descriptor(), steady_clock().now_us());
+    EXPECT_EQ(m_sender->start(), 0);
+    EXPECT_EQ(m_sender->stop(), 0);
+    EXPECT_EQ(m_sender->end_tick(), plan.end_tick);
+    EXPECT_EQ(m_sender->packets_sent(), m_node.texts().size());
+    EXPECT_EQ(m_sender->packets_refused(), 0u);
+    std::vector<media::DataPacket> packets;
+    for (const std::string& text : m_node.texts()) {
+      std::memcpy(&packets.emplace_back(), text.data(),
+                  std::min(text.size(), sizeof(media::DataPacket)));
+    }
+    return packets;
   }
-  test::UdpReceiver node;
-  net::Socket socket;
+
+  test::UdpReceiver m_node;
+  net::Socket m_socket;
+  std::unique_ptr<LoadSender> m_sender;
 };
 
 TEST_F(LoadSenderTest, PlaysEveryCallOfThePlanWhole) {
-  const LoadPlan plan = small_plan();
-  const auto scripts = silent_scripts();
-  LoadSender sender(plan, scripts, {{.rule = 7}, run}, socket.descriptor(),
-                    steady_clock().now_us());
-  ASSERT_EQ(sender.start(), 0);
-  ASSERT_EQ(sender.stop(), 0);
-  EXPECT_TRUE(sender.done());
-  EXPECT_EQ(sender.end_tick(), plan.end_tick);
-
-  // What each call's packets must be, in order: START, then side and number of each block, then TERM;
-  // and the media time of each, in milliseconds. The last call starts at 81 of 110 ms.
-  std::map<media::Uuid, std::vector<std::array<uint32_t, 4>>> sent, expected;
-  for (const std::string& text : node.texts()) {
-    media::DataPacket packet{};
-    std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
-    const bool data = packet.type == media::PACKET_DATA;
-    sent[packet.uuid].push_back({packet.type, data ? packet.side() : 0U, data ? packet.seq : 0U,
-                                 static_cast<uint32_t>(packet.mt / 1000)});
-  }
-  uint64_t packets = 0;
-  const uint32_t lengths[] = {3, 3, 3, 2}, ends_ms[] = {60, 60, 50, 29};
-  for (uint32_t call = 0; call < 4; ++call) {
-    ASSERT_EQ(plan.blocks_until(call, plan.end_tick), lengths[call]);
-    auto& list = expected[load_uuid(run, call)];
-    list.push_back({media::PACKET_START, 0, 0, 0});
-    for (uint32_t seq = 1; seq <= lengths[call]; ++seq) {
-      list.push_back({media::PACKET_DATA, 0, seq, 20 * (seq - 1)});
-      list.push_back({media::PACKET_DATA, 1, seq, 20 * (seq - 1)});
+  // START, side and number of each block, TERM, each at its media time in milliseconds.
+  std::map<media::Uuid, std::string> sent;
+  for (const media::DataPacket& packet : play(small_plan(), silent_scripts())) {
+    std::string& call = sent[packet.uuid];
+    if (packet.type == media::PACKET_START) call += "START";
+    if (packet.type == media::PACKET_TERM) call += "TERM";
+    if (packet.type == media::PACKET_DATA) {
+      call += std::to_string(packet.side()) + "." + std::to_string(packet.seq);
     }
-    list.push_back({media::PACKET_TERM, 0, 0, ends_ms[call]});
-    packets += packets_of(lengths[call]);
+    call += "@" + std::to_string(packet.mt / 1000) + " ";
   }
+  // The third call starts at 60, the last one at 81 of 110 ms.
+  const std::string two = "START@0 0.1@0 1.1@0 0.2@20 1.2@20 ", three = two + "0.3@40 1.3@40 ";
+  const std::map<media::Uuid, std::string> expected = {{load_uuid(run, 0), three + "TERM@60 "},
+                                                       {load_uuid(run, 1), three + "TERM@60 "},
+                                                       {load_uuid(run, 2), three + "TERM@50 "},
+                                                       {load_uuid(run, 3), two + "TERM@29 "}};
   EXPECT_EQ(sent, expected);
-  EXPECT_EQ(sender.packets_sent(), packets);
-  EXPECT_EQ(sender.packets_refused(), 0u);
 }
 
 TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
@@ -83,24 +81,15 @@ TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
   for (auto& side : script.sides) side.resize(5 * block_samples);
   script.fates[0] = {Fate::lost, Fate::late, Fate::arrives, Fate::twice, Fate::arrives};
   script.switches = {{2, 0}, {2, 0x30}, {4, 0x3C}};
-  const std::vector<CallScript> scripts = {script};
-  const LoadPlan plan = {.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 100};
-  LoadSender sender(plan, scripts, {{}, run}, socket.descriptor(), steady_clock().now_us());
-  ASSERT_EQ(sender.start(), 0);
-  ASSERT_EQ(sender.stop(), 0);
-  std::ostringstream sent;  // features of a control packet, else side and number
-  for (const std::string& text : node.texts()) {
-    media::DataPacket packet{};
-    std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
-    if (packet.type == media::PACKET_CTRL) {
-      sent << "c" << unsigned{static_cast<uint8_t>(text.back())} << " ";
-    } else if (packet.type == media::PACKET_DATA) {
-      sent << packet.side() << packet.seq << " ";
-    }
+  std::ostringstream sent;  // "c" for a control packet, else side and number
+  for (const media::DataPacket& packet :
+       play({.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 100}, {script})) {
+    if (packet.type == media::PACKET_CTRL) sent << "c ";
+    if (packet.type == media::PACKET_DATA) sent << packet.side() << packet.seq << " ";
   }
-  EXPECT_EQ(sent.str(), "11 12 c0 c48 03 02 13 04 04 14 c60 05 15 ");
-  EXPECT_EQ(sender.packets_left_out(), 1u);
-  EXPECT_EQ(sender.packets_repeated(), 2u);
+  EXPECT_EQ(sent.str(), "11 12 c c 03 02 13 04 04 14 c 05 15 ");
+  EXPECT_EQ(m_sender->packets_left_out(), 1u);
+  EXPECT_EQ(m_sender->packets_repeated(), 2u);
 }
 
 TEST(Impairment, ALatePacketsSuccessorArrives) {

@@ -16,8 +16,7 @@ Snapshot make_snapshot() {
   snapshot.sample_version = 12;
   snapshot.dead_air_version = 3;
   snapshot.sample_data_json =
-      sample_data_json({{1, 42, "greeting", 5, "{}"},
-                        {18446744073709551615u, 4294967294, "é", 4.25, R"([{"k":1}])"}});
+      sample_data_json({{18446744073709551615u, 42, "é", 4.25, R"([{"k":1}])"}});
   DeadAirOptions options;
   options.dev_threshold = 300;
   options.activity_hits = 4;
@@ -54,8 +53,7 @@ TEST(AnswerRequest, EveryRequestOfTheProtocolGetsItsEventsOnTheTopicItNames) {
         R"("corvanth_sample_configuration":12}})"}},
       {asking_for(R"("corvanth_sample_configuration")"),
        {R"(N {"type":"corvanth_sample_configuration","version":12,"data":[)"
-        R"({"rule_id":1,"sample_id":42,"sample_name":"greeting","threshold":5.0,"event_object":{}},)"
-        R"({"rule_id":18446744073709551615,"sample_id":4294967294,"sample_name":"é",)"
+        R"({"rule_id":18446744073709551615,"sample_id":42,"sample_name":"é",)"
         R"("threshold":4.25,"event_object":[{"k":1}]}]})"}},
       {asking_for(R"("corvanth_deadair_configuration")"),
        {R"(N {"type":"corvanth_deadair_configuration","version":3,"data":[)"
@@ -63,18 +61,14 @@ TEST(AnswerRequest, EveryRequestOfTheProtocolGetsItsEventsOnTheTopicItNames) {
       {asking_for(list), {greeting, other}},
       {asking_for(list, R"(,"ids":[4294967294])"), {other}},
       {asking_for(list, R"(,"ids":[])"), {}},
+      {asking_for(list, R"(,"ids":[5, 42])"), {greeting}},
   };
-  for (const auto& [request, expected] : table) {
-    const test::LogCapture log;
-    EXPECT_EQ(answers(request), expected);
-    EXPECT_EQ(log.count_containing("refused"), 0u) << request;
-  }
-  EXPECT_EQ(answers(asking_for(list), 1).size(), 1u) << "told to stop after the first";
   const test::LogCapture log;
-  EXPECT_EQ(answers(asking_for(list, R"(,"ids":[5, 42])")), std::vector{greeting});
+  for (const auto& [request, expected] : table) EXPECT_EQ(answers(request), expected);
+  EXPECT_EQ(log.count_containing("refused"), 0u);
   EXPECT_TRUE(
       log.has(log::Level::WARNING, "CONFIGD: [N] asked for sample (5), which is in no rule"));
-  EXPECT_EQ(manager_started_event(), R"({"type":"config_manager_started"})");
+  EXPECT_EQ(answers(asking_for(list), 1).size(), 1u) << "told to stop after the first";
 }
 
 TEST(AnswerRequest, WhatIsNoRequestGetsALogLineAndNoAnswer) {
@@ -83,7 +77,6 @@ TEST(AnswerRequest, WhatIsNoRequestGetsALogLineAndNoAnswer) {
       R"({"type":"get_version", "config_topic":"N"})",
       asking_for(R"("other")"),
       asking_for(list, R"(,"ids":[42,"43"])"),
-      asking_for(list, R"(,"ids":[4294967296])"),
       std::string(100, '[') + std::string(100, ']'),
   };
   for (const std::string& request : table) {

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <map>
 #include <optional>
+#include <set>
 
 #include "audio/audio_sample_packet.h"
 #include "support/log_capture.h"
@@ -29,10 +31,11 @@ class SiteTest : public testing::Test {
   }
   void rules(const std::string& text) { m_folder.write("rules.json", text); }
 
-  void start(unsigned drop_common = 0) {
-    auto state = StateFile::open(m_folder / "state", 100, m_error);
+  void start(unsigned drop_common = 0, uint64_t first_version = 100) {
+    auto state = StateFile::open(m_folder / "state", first_version, m_error);
+    ASSERT_TRUE(state) << m_error;
     m_site.emplace(
-        SiteSettings{samples(), m_folder / "rules.json", drop_common}, std::move(state.value()),
+        SiteSettings{samples(), m_folder / "rules.json", drop_common}, std::move(*state),
         [this](const std::string& name, std::string& reason) { return read(name, reason); });
     ASSERT_TRUE(m_site->start(nullptr, m_error)) << m_error;
   }
@@ -42,7 +45,7 @@ class SiteTest : public testing::Test {
     const std::string text = read_file(samples() + "/" + name, error).value_or("bad");
     error = "half copied";
     if (text == "bad") return {};
-    std::vector<audio::HashPoint> points;
+    Points points;
     for (const char c : text == "silent" ? "" : text) {
       points.push_back({static_cast<uint32_t>(c), static_cast<uint32_t>(points.size())});
     }
@@ -55,7 +58,9 @@ class SiteTest : public testing::Test {
     return m_site->look();
   }
 
-  std::size_t packets() const { return m_site->snapshot().packets.size(); }
+  const std::map<uint32_t, std::vector<unsigned char>>& packets() const {
+    return m_site->snapshot().packets;
+  }
   /// Sample version and dead-air version.
   std::pair<uint64_t, uint64_t> versions() const {
     return {m_site->snapshot().sample_version, m_site->snapshot().dead_air_version};
@@ -72,19 +77,27 @@ class SiteTest : public testing::Test {
 
 using Versions = std::pair<uint64_t, uint64_t>;
 
-TEST_F(SiteTest, TellsOfNewChangedAndRemovedRecordings) {
+TEST_F(SiteTest, TellsOfNewChangedAndRemovedRecordingsAndOfNothingElse) {
   start();
   EXPECT_EQ(versions(), Versions(100, 100));
-  EXPECT_FALSE(look_twice()) << "nothing changed";
+  // Still being written, in the end as it was; a label; what is no recording.
+  for (const char* part : {"o", "on", "one"}) {
+    record("a.wav", part);
+    EXPECT_FALSE(m_site->look()) << part;
+  }
+  rules(R"({"rules": [ {"samples": ["*"], "id": 1, "name": "only a label"} ]})");
+  for (const char* name : {"README.txt", ".hidden.wav", ".folder/six.wav"}) record(name, "six");
+  EXPECT_FALSE(look_twice());
+  EXPECT_EQ(versions(), Versions(100, 100));
 
-  const auto before = m_site->snapshot().packets;
+  const auto before = packets();
   record("a.wav", "one, recorded again");
   EXPECT_TRUE(look_twice());
   EXPECT_EQ(versions(), Versions(101, 100));
-  EXPECT_EQ(packets(), 2u);
-  std::size_t kept = 0;
-  for (const auto& [id, packet] : m_site->snapshot().packets) kept += before.count(id);
-  EXPECT_EQ(kept, 1u) << "new content, new id: nodes keep what they hold under an id";
+  ASSERT_EQ(packets().size(), 2u);
+  const auto kept = std::count_if(packets().begin(), packets().end(),
+                                  [&](const auto& each) { return before.count(each.first); });
+  EXPECT_EQ(kept, 1) << "new content, new id: nodes keep what they hold under an id";
 
   record("folder/c.wav", "three");
   EXPECT_TRUE(look_twice());
@@ -95,25 +108,13 @@ TEST_F(SiteTest, TellsOfNewChangedAndRemovedRecordings) {
   EXPECT_EQ(versions(), Versions(103, 100));
 }
 
-TEST_F(SiteTest, WhatStillChangesOrIsOnlyTouchedOrNoRecordingRaisesNothing) {
-  start();
-  for (const char* part : {"o", "on", "one"}) {
-    record("a.wav", part);
-    EXPECT_FALSE(m_site->look()) << part;
-  }
-  rules(R"({"rules": [ {"samples": ["*"], "id": 1, "name": "only a label"} ]})");
-  for (const char* name : {"README.txt", ".hidden.wav", ".folder/six.wav"}) record(name, "six");
-  EXPECT_FALSE(look_twice());
-  EXPECT_EQ(versions(), Versions(100, 100));
-}
-
 TEST_F(SiteTest, AnUnusableRecordingKeepsTheFingerprintItHadAndSaysSo) {
   record("new.wav", "bad");
   record("quiet.wav", "silent");
   start();
   EXPECT_TRUE(m_log.has_containing("recording [new.wav]: half copied; left out"));
   EXPECT_TRUE(m_log.has_containing("recording [quiet.wav]: nothing to recognise"));
-  EXPECT_EQ(packets(), 2u);
+  EXPECT_EQ(packets().size(), 2u);
   for (const char* content : {"bad", "silent"}) {
     m_log.clear();
     record("a.wav", content);
@@ -122,10 +123,10 @@ TEST_F(SiteTest, AnUnusableRecordingKeepsTheFingerprintItHadAndSaysSo) {
   }
   record("new.wav", "good at last");
   EXPECT_TRUE(look_twice());
-  EXPECT_EQ(packets(), 3u);
+  EXPECT_EQ(packets().size(), 3u);
 }
 
-TEST_F(SiteTest, RulesRaiseOnlyTheVersionOfWhatTheyChange) {
+TEST_F(SiteTest, RulesRaiseOnlyTheVersionOfWhatTheyChangeAndBadOnesNone) {
   start();
   rules(R"({"rules": [{"id": 1, "samples": ["*"], "dead_air": {"activity_hits": 3}}]})");
   EXPECT_TRUE(look_twice());
@@ -133,84 +134,111 @@ TEST_F(SiteTest, RulesRaiseOnlyTheVersionOfWhatTheyChange) {
   rules(R"({"rules": [{"id": 1, "samples": ["a.wav"], "dead_air": {"activity_hits": 3}}]})");
   EXPECT_TRUE(look_twice());
   EXPECT_EQ(versions(), Versions(101, 101));
-  EXPECT_EQ(packets(), 1u) << "only what a rule names is sent";
-}
+  EXPECT_EQ(packets().size(), 1u) << "only what a rule names is sent";
 
-TEST_F(SiteTest, BadRulesAndAFolderThatGoesAwayKeepWhatWas) {
-  start();
   rules("{");
   EXPECT_FALSE(look_twice());
+  EXPECT_FALSE(m_site->look());
   EXPECT_EQ(m_log.count_containing("the previous rules stay in force"), 1u);
   std::filesystem::remove(m_folder / "rules.json");
   std::filesystem::rename(samples(), m_folder / "elsewhere");
   EXPECT_FALSE(look_twice());
   EXPECT_EQ(m_log.count_containing("everything stays as it is"), 1u);
   std::filesystem::rename(m_folder / "elsewhere", samples());
-  record("c.wav", "three");
+  record("a.wav", "three");
   EXPECT_TRUE(look_twice()) << "recordings are followed all the same";
-  EXPECT_EQ(packets(), 3u);
-}
-
-TEST_F(SiteTest, VersionsAndIdsGoOnAfterARestart) {
-  start();
-  const auto before = m_site->snapshot().packets;
-  start();
-  EXPECT_EQ(versions(), Versions(100, 100));
-  EXPECT_EQ(m_site->snapshot().packets, before);
-  record("a.wav", "changed while nobody looked");
-  start();
-  EXPECT_EQ(versions(), Versions(101, 100));
 }
 
 TEST_F(SiteTest, TheCommonestHashesGoAndOneMoreRecordingRenewsNoOther) {
-  const std::string x(20, 'x'), y(20, 'y');
-  record("a.wav", x + "ABCDEFGHIJKLMNOPQRST");
-  record("b.wav", y + "ABCDEFGHIJKLMNOPQRST");
+  const std::string letters = "ABCDEFGHIJKLMNOPQRST", x(20, 'x'), y(20, 'y');
+  record("a.wav", x + letters);
+  record("b.wav", y + letters);
   record("short.wav", "xxz");
-  record("unserved/c.wav", y + "ABCDEFGHIJKLMNOPQRST" + y);
+  record("unserved/c.wav", y + letters + y);
   rules(R"({"rules": [{"id": 1, "samples": ["a.wav", "b.wav", "s*.wav", "d*.wav", "e*.wav"]}]})");
   start(1);
-  const auto size_of = [this](std::size_t points) {
-    std::size_t found = 0;
-    for (const auto& [id, packet] : m_site->snapshot().packets) {
-      found += packet.size() == 8 + 8 * points;
-    }
-    return found;
+  const auto sizes = [this] {
+    std::multiset<std::size_t> points;
+    for (const auto& [id, packet] : packets()) points.insert((packet.size() - 8) / 8);
+    return points;
   };
-  EXPECT_EQ(size_of(20), 1u) << "a without its x";
-  EXPECT_EQ(size_of(40), 1u) << "b as it was";
-  EXPECT_EQ(size_of(3), 1u) << "without its x a third would be left";
+  EXPECT_EQ(sizes(), (std::multiset<std::size_t>{3, 20, 40})) << "a without its x";
   EXPECT_TRUE(m_log.has_containing("recording [short.wav] keeps the commonest hashes"));
 
   // Twenty-three y: the commonest by now, but x is 22 of them, nine tenths of the votes.
-  const auto before = m_site->snapshot().packets;
+  const auto before = packets();
   record("d.wav", "yyyUVW");
   EXPECT_TRUE(look_twice());
-  const auto with_d = m_site->snapshot().packets;
+  const auto with_d = packets();
   EXPECT_EQ(with_d.size(), before.size() + 1);
   EXPECT_TRUE(std::includes(with_d.begin(), with_d.end(), before.begin(), before.end()));
   start(1);
-  EXPECT_EQ(m_site->snapshot().packets, with_d) << "a restart chooses no other";
+  EXPECT_EQ(packets(), with_d) << "a restart chooses no other";
 
   record("e.wav", "yyyyUVWXYZ");
   EXPECT_TRUE(look_twice());
-  EXPECT_EQ(size_of(40), 1u) << "a with its x";
-  EXPECT_EQ(size_of(20), 1u) << "b without its y";
+  EXPECT_EQ(sizes(), (std::multiset<std::size_t>{3, 3, 6, 20, 40})) << "all but a without their y";
   start(0);
-  EXPECT_EQ(size_of(40), 2u);
+  EXPECT_EQ(sizes(), (std::multiset<std::size_t>{3, 6, 10, 40, 40}));
+}
+
+TEST_F(SiteTest, VersionsAndIdsGoOnAfterARestartWhateverTheClock) {
+  record("copy.wav", "one");
+  start();
+  const auto before = packets();
+  EXPECT_EQ(before.size(), 2u) << "one content, one id";
+  start(0, 5);
+  EXPECT_EQ(versions(), Versions(100, 100));
+  EXPECT_EQ(packets(), before);
+  for (const char* content : {"changed while nobody looked", "one"}) {
+    record("a.wav", content);
+    start(0, 5);
+  }
+  EXPECT_EQ(versions(), Versions(102, 100)) << "an old content is a new version all the same";
+  EXPECT_EQ(packets(), before);
+  std::filesystem::remove(m_folder / "state");
+  start(0, 200);
+  EXPECT_EQ(packets(), before) << "ids come from the content";
 }
 
 TEST_F(SiteTest, NothingIsToldBeforeTheStateIsOnDisk) {
   start();
+  const auto on_disk = read_file(m_folder / "state", m_error);
+  // A folder in the place of the temporary file: whoever runs this, it cannot be written.
   std::filesystem::create_directory(m_folder / "state.tmp");
   record("a.wav", "changed");
   EXPECT_FALSE(look_twice());
   EXPECT_FALSE(m_site->look());
   EXPECT_EQ(versions(), Versions(100, 100));
+  EXPECT_EQ(read_file(m_folder / "state", m_error), on_disk);
   EXPECT_EQ(m_log.count_containing("stays in force"), 1u) << "said once, not once a look";
   std::filesystem::remove(m_folder / "state.tmp");
   EXPECT_TRUE(m_site->look());
   EXPECT_EQ(versions(), Versions(101, 100));
+
+  // What is there stays what it is: a link, with its target's permissions.
+  const std::string state = m_folder / "state", target = m_folder / "target";
+  std::filesystem::rename(state, target);
+  std::filesystem::create_symlink(target, state);
+  std::filesystem::permissions(state, std::filesystem::perms::owner_all);
+  record("a.wav", "changed again");
+  start();
+  EXPECT_EQ(versions(), Versions(102, 100));
+  EXPECT_TRUE(std::filesystem::is_symlink(state));
+  EXPECT_EQ(std::filesystem::status(state).permissions(), std::filesystem::perms::owner_all);
+}
+
+TEST_F(SiteTest, WhatIsNoStateIsRefusedAndLeftToTheOperator) {
+  const std::string head = R"({"format": 1, "samples": {}, "sample_configuration": {"version": )";
+  const std::string tail =
+      R"(, "content": "0"}, "deadair_configuration": {"version": 4, "content": "0"})";
+  for (const std::string& text :
+       {std::string(), std::string(R"({"format": 2})"),
+        head + "4" + tail + R"(, "dropped_hashes": [2, 1]})", head + "-1" + tail + "}"}) {
+    const std::string path = m_folder.write("state", text);
+    EXPECT_FALSE(StateFile::open(path, 1, m_error)) << text;
+    EXPECT_EQ(m_error.find(path), 0u) << m_error;
+  }
 }
 
 }  // namespace
