@@ -1,8 +1,6 @@
 // Spectra, hash points and fingerprints of any samples, in any chunks and under every kernel that the
 // processor can run, against the plain ones.
 #include <cstring>
-#include <map>
-#include <set>
 
 #include "audio/audio_fingerprint.h"
 #include "audio/audio_spectrum_dispatch.h"
@@ -78,21 +76,6 @@ void check_frames(const Samples& sound, std::size_t chunk) {
   }
 }
 
-/// By frame, then by phase, each (frame, hash) once.
-std::vector<audio::HashPoint> plain_fingerprint(const Samples& sound, unsigned phases) {
-  std::map<uint32_t, std::vector<audio::HashPoint>> by_frame;
-  for (unsigned phase = 0; phase < phases; ++phase) {
-    const std::size_t skipped = std::min<std::size_t>(phase * 128 / phases, sound.size());
-    for (const audio::HashPoint& point : test::plain_points(std::span(sound).subspan(skipped))) {
-      auto& points = by_frame[point.offset];
-      if (std::find(points.begin(), points.end(), point) == points.end()) points.push_back(point);
-    }
-  }
-  std::vector<audio::HashPoint> all;
-  for (const auto& [frame, points] : by_frame) all.insert(all.end(), points.begin(), points.end());
-  return all;
-}
-
 }  // namespace
 }  // namespace cv::fuzz
 
@@ -103,6 +86,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::size_t chunk = input.ConsumeIntegralInRange<uint16_t>(1, 700);
   const Samples sound = take_sound(input);
   check_frames(sound, chunk);
-  FUZZ_CHECK(cv::audio::fingerprint(sound, phases) == plain_fingerprint(sound, phases));
+  FUZZ_CHECK(cv::audio::fingerprint(sound, phases) == cv::test::plain_fingerprint(sound, phases));
   return 0;
 }

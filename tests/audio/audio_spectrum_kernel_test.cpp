@@ -1,5 +1,5 @@
-// Frames and hashes of every kernel against the plain model, over a million frames of what calls carry
-// and of what they should not.
+// Frames and hashes of every kernel against the plain model, over half a million frames of what calls
+// carry and of what they should not.
 #include "audio/audio_spectrum_kernel.h"
 
 #include <algorithm>
@@ -8,7 +8,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <numbers>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -24,109 +23,91 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-// One signal in so many where a build makes each frame take tens of times as long.
-constexpr std::size_t thinning = test::slowdown == 1 ? 1 : 25;
+// One signal in so many where a build makes each frame take tens of times as long. A prime, so that no
+// loop over kinds of signals loses one of them altogether.
+constexpr std::size_t thinning = test::slowdown == 1 ? 1 : 101;
 
 /// Compares signal after signal and counts their frames.
 class SpectrumKernelTest : public testing::Test {
  protected:
   void compare(const std::string& name, const Samples& samples) {
     if (m_signals++ % thinning != 0) return;
+    SCOPED_TRACE(name);
     const auto expected = test::plain_frames(samples);
-    std::vector<std::optional<HashPoint>> points;
-    for (const SpectrumFrame& frame : expected) points.push_back(test::plain_hash(frame));
     std::vector<SpectrumFrame> first;
     test::under_each_kernel([&] {
       test::FrameCollector collector;
       SpectrumGenerator().compute_spectrum(samples.data(), samples.size(), collector, nullptr);
       const auto& frames = collector.frames;
-      ASSERT_EQ(frames.size(), expected.size()) << name;
+      ASSERT_EQ(frames.size(), expected.size());
       for (std::size_t i = 0; i < frames.size(); ++i) {
-        ASSERT_TRUE(test::same_frame(frames[i], expected[i])) << name;
-        ASSERT_EQ(test::point_of(frames[i]), points[i]) << name;
+        ASSERT_TRUE(test::same_frame(frames[i], expected[i]));
+        ASSERT_EQ(test::point_of(frames[i]), test::plain_hash(expected[i]));
       }
       // The statistics, which differ from the plain ones, do not differ from kernel to kernel.
       if (first.empty()) first = frames;
-      EXPECT_EQ(std::memcmp(frames.data(), first.data(), first.size() * sizeof first[0]), 0)
-          << name;
+      EXPECT_EQ(std::memcmp(frames.data(), first.data(), first.size() * sizeof first[0]), 0);
     });
     m_frames += expected.size();
-    for (const auto& point : points) m_points += point ? 1 : 0;
+  }
+  void compare(const std::string& name, std::size_t frames,
+               const std::function<double(double)>& value) {
+    Samples samples(128 * (frames + 1));
+    for (std::size_t n = 0; n < samples.size(); ++n) {
+      samples[n] = clipped(value(static_cast<double>(n)));
+    }
+    compare(name, samples);
+  }
+  static int16_t clipped(double value) {
+    return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0, 32767.0)));
   }
 
   std::size_t m_signals = 0;
   std::size_t m_frames = 0;
-  std::size_t m_points = 0;
 };
 
-int16_t clipped(double value) {
-  return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0, 32767.0)));
-}
-
-Samples signal(std::size_t frames, const std::function<double(double)>& value) {
-  Samples samples(128 * (frames + 1));
-  for (std::size_t n = 0; n < samples.size(); ++n) {
-    samples[n] = clipped(value(static_cast<double>(n)));
-  }
-  return samples;
-}
-
-double sine(double bin, double n) { return std::sin(2 * std::numbers::pi * bin * n / 256); }
-
 TEST_F(SpectrumKernelTest, AnalysesSpeechLikeThePlainModel) {
+  constexpr double gains[] = {1.0, 0.3, 0.01, 8.0};
   for (const auto& prompts : {test::english_prompts(), test::french_prompts()}) {
-    for (const auto& prompt : prompts) {
-      for (const double gain : {1.0, 0.3, 0.01, 8.0}) {
-        Samples samples = prompt.samples;
-        for (int16_t& sample : samples) sample = clipped(gain * sample);
-        compare(prompt.name + " times " + std::to_string(gain), samples);
-      }
+    for (std::size_t i = 0; i < prompts.size(); ++i) {
+      Samples samples = prompts[i].samples;
+      for (int16_t& sample : samples) sample = clipped(gains[i % 4] * sample);
+      compare(prompts[i].name, samples);
     }
   }
-  EXPECT_GT(m_frames, 700000 / thinning);
-  EXPECT_GT(m_points, 300000 / thinning);
+  EXPECT_GT(m_frames, 150000 / thinning);
 }
 
-TEST_F(SpectrumKernelTest, AnalysesNoiseLikeThePlainModel) {
+TEST_F(SpectrumKernelTest, AnalysesNoiseTonesAndExtremesLikeThePlainModel) {
   std::mt19937 random(11);
   for (int step = 0; step < 100; ++step) {
     // From mostly zeros, through deviations around the least that has a point, to clipping.
-    const double level = 0.1 * std::pow(2.0, 0.2 * step);
-    std::normal_distribution<double> noise(0, level);
-    const auto value = [&](double) { return noise(random); };
-    compare("noise of " + std::to_string(level), signal(2000, value));
+    std::normal_distribution<double> noise(0, 0.1 * std::pow(2.0, 0.2 * step));
+    compare("noise " + std::to_string(step), 2000, [&](double) { return noise(random); });
   }
-  EXPECT_GT(m_frames, 190000 / thinning);
-}
-
-TEST_F(SpectrumKernelTest, AnalysesTonesLikeThePlainModel) {
   for (const double peak : {1.0, 3.0, 40.0, 1000.0, 32767.0, 200000.0}) {
     for (double bin = 0.25; bin < 128; bin += 0.25) {
-      const auto value = [&](double n) { return peak * sine(bin, n); };
-      compare("tone in bin " + std::to_string(bin), signal(40, value));
+      const double step = 2 * std::numbers::pi * bin / 256;
+      compare("tone in bin " + std::to_string(bin), 40,
+              [&](double n) { return peak * std::sin(step * n); });
     }
   }
-  EXPECT_GT(m_frames, 120000 / thinning);
-}
-
-TEST_F(SpectrumKernelTest, AnalysesExtremesLikeThePlainModel) {
   for (const int value : {0, 1, -1, 100, 32767, -32768}) {
     const std::string text = std::to_string(value);
-    compare("constant " + text, signal(5, [&](double) { return value; }));
+    compare("constant " + text, 5, [&](double) { return value; });
     for (int at = 0; at < 256; ++at) {
-      compare("impulse of " + text + " at " + std::to_string(at),
-              signal(2, [&](double n) { return n == at ? value : 0; }));
+      compare("impulse of " + text + " at " + std::to_string(at), 2,
+              [&](double n) { return n == at ? value : 0; });
     }
   }
   for (int period = 2; period <= 300; ++period) {
-    const auto square = [&](double n) {
-      return std::fmod(n, period) < period / 2 ? 32767 : -32768;
-    };
-    const auto clicks = [&](double n) { return std::fmod(n, period) == 0 ? 32767 : 0; };
-    compare("square of " + std::to_string(period), signal(40, square));
-    compare("clicks every " + std::to_string(period), signal(40, clicks));
+    const auto at = [&](double n) { return std::fmod(n, period); };
+    compare("square of " + std::to_string(period), 40,
+            [&](double n) { return at(n) < period / 2 ? 32767 : -32768; });
+    compare("clicks every " + std::to_string(period), 40,
+            [&](double n) { return at(n) == 0 ? 32767 : 0; });
   }
-  EXPECT_GT(m_frames, 26000 / thinning);
+  EXPECT_GT(m_frames, 340000 / thinning / 2);
 }
 
 TEST(SpectrumDispatch, TakesTheFastestKernel) {

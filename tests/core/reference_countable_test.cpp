@@ -1,8 +1,6 @@
 #include "core/reference_countable.h"
 
 #include <gtest/gtest.h>
-#include <list>
-#include <thread>
 
 #include "support/log_capture.h"
 
@@ -10,14 +8,13 @@ namespace {
 
 using cv::rc_ptr;
 
-std::atomic<int> destroyed;
+int destroyed = 0;
 
 struct Object : cv::ReferenceCountable {
   ~Object() override { ++destroyed; }
 };
 
 TEST(ReferenceCountable, TheLastReferenceDestroysOnce) {
-  destroyed = 0;
   rc_ptr<Object> first(new Object);
   rc_ptr<Object> second = first;
   rc_ptr<Object> moved = std::move(first);
@@ -39,19 +36,6 @@ TEST(ReferenceCountable, TheLastReferenceDestroysOnce) {
   EXPECT_EQ(log.texts(), std::vector<std::string>{
                              "ERROR reference_countable RC_PTR: possibly a memory leak: "
                              "impossible to release pointer with negative reference count"});
-}
-
-TEST(ReferenceCountable, CountsAcrossThreads) {
-  destroyed = 0;
-  rc_ptr<Object> object(new Object);
-  std::list<std::jthread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([copy = object] {
-      for (int k = 0; k < 20000; ++k) rc_ptr<Object> another = copy;
-    });
-  object.reset();
-  threads.clear();  // joins
-  EXPECT_EQ(destroyed, 1);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <numbers>
 #include <utility>
 
@@ -161,6 +162,20 @@ std::vector<audio::HashPoint> plain_points(std::span<const int16_t> samples) {
     if (const auto point = plain_hash(frame)) points.push_back(*point);
   }
   return points;
+}
+
+std::vector<audio::HashPoint> plain_fingerprint(std::span<const int16_t> samples, unsigned phases) {
+  std::map<uint32_t, std::vector<audio::HashPoint>> by_frame;
+  for (unsigned phase = 0; phase < phases; ++phase) {
+    const std::size_t skipped = std::min<std::size_t>(phase * 128 / phases, samples.size());
+    for (const audio::HashPoint& point : plain_points(samples.subspan(skipped))) {
+      auto& points = by_frame[point.offset];
+      if (std::find(points.begin(), points.end(), point) == points.end()) points.push_back(point);
+    }
+  }
+  std::vector<audio::HashPoint> all;
+  for (const auto& [frame, points] : by_frame) all.insert(all.end(), points.begin(), points.end());
+  return all;
 }
 
 }  // namespace cv::test

@@ -48,5 +48,7 @@ struct FrameCollector : audio::SpectrumGeneratorCallback {
 /// All frames of a recording given in one piece.
 std::vector<audio::SpectrumFrame> plain_frames(std::span<const int16_t> samples);
 std::vector<audio::HashPoint> plain_points(std::span<const int16_t> samples);
+/// The points of all phases: by frame, then by phase, each (frame, hash) once.
+std::vector<audio::HashPoint> plain_fingerprint(std::span<const int16_t> samples, unsigned phases);
 
 }  // namespace cv::test
