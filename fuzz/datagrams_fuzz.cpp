@@ -7,8 +7,8 @@
 
 #include "fuzzing.h"
 #include "log/log.h"
-#include "plain_calls.h"
 #include "support/pipeline.h"
+#include "support/plain_calls.h"
 #include "support/stepped_reader.h"
 #include "utils/utils_json.h"
 
@@ -125,8 +125,13 @@ class Node {
 
   void check() {
     drain();
-    check_reader();
-    check_sessions();
+    FUZZ_CHECK(
+        m_expected.agrees(m_reader.counters, m_statistic, m_pipeline.manager().refused_sessions()));
+    const auto& counters = m_reader.counters;
+    FUZZ_CHECK(counters.dropped.get() == 0 && counters.failed_allocation.get() == 0);
+    FUZZ_CHECK(counters.passed.get() + counters.min_length.get() + counters.max_length.get() ==
+               m_sent);
+    FUZZ_CHECK(m_statistic.streams_allocation_errors.get() == 0);
     for (const std::string& report : m_site.reports.texts()) {
       if (report.empty()) continue;  // nothing was found in the call
       FUZZ_CHECK(!rapidjson::Document().Parse(report.c_str()).HasParseError());
@@ -136,42 +141,6 @@ class Node {
  private:
   uint64_t now_us() const { return static_cast<uint64_t>(m_clock.now_us()); }
 
-  void check_reader() {
-    using media::PacketReaderStatistic;
-    using Member = Counter PacketReaderStatistic::*;
-    uint64_t read = 0;
-    for (const Member counter :
-         {&PacketReaderStatistic::bad_marker, &PacketReaderStatistic::bad_version,
-          &PacketReaderStatistic::corrupted_size, &PacketReaderStatistic::unknown_type,
-          &PacketReaderStatistic::start_packets, &PacketReaderStatistic::term_packets,
-          &PacketReaderStatistic::data_packets, &PacketReaderStatistic::ctrl_packets}) {
-      FUZZ_CHECK((m_reader.counters.*counter).get() == (m_expected.reader.*counter).get());
-      read += (m_reader.counters.*counter).get();
-    }
-    const auto& counters = m_reader.counters;
-    FUZZ_CHECK(counters.passed.get() == read);
-    FUZZ_CHECK(counters.min_length.get() == m_expected.reader.min_length.get());
-    FUZZ_CHECK(counters.max_length.get() == m_expected.reader.max_length.get());
-    FUZZ_CHECK(counters.dropped.get() == 0 && counters.failed_allocation.get() == 0);
-    FUZZ_CHECK(read + counters.min_length.get() + counters.max_length.get() == m_sent);
-  }
-
-  void check_sessions() {
-    using media::SessionManagerStatistic;
-    using Member = Counter SessionManagerStatistic::*;
-    for (const Member counter :
-         {&SessionManagerStatistic::sessions, &SessionManagerStatistic::zombies,
-          &SessionManagerStatistic::existing_index_errors,
-          &SessionManagerStatistic::allocation_errors,
-          &SessionManagerStatistic::unknown_index_errors, &SessionManagerStatistic::lost_packets,
-          &SessionManagerStatistic::sequence_break_errors, &SessionManagerStatistic::audit_calls,
-          &SessionManagerStatistic::audit_executions}) {
-      FUZZ_CHECK((m_statistic.*counter).get() == (m_expected.sessions.*counter).get());
-    }
-    FUZZ_CHECK(m_statistic.streams_allocation_errors.get() == 0);
-    FUZZ_CHECK(m_pipeline.manager().refused_sessions() == m_expected.refused);
-  }
-
   Site& m_site;
   test::FakeClock m_clock;
   media::StreamManagerStatistic m_statistic;
@@ -180,7 +149,7 @@ class Node {
   Reader& m_reader = Reader::fresh(m_pipeline.manager());
   std::vector<Bytes> m_waiting;
   std::size_t m_sent = 0;
-  PlainCalls m_expected;
+  test::PlainCalls m_expected;
 };
 
 /// So many calls that the reader begins to look ahead. For few inputs: it takes long.

@@ -1,22 +1,25 @@
 // The tables of calls in the plainest way: what each datagram, in order of arrival, must do to every
-// counter. The yardstick of the packet reader and the session manager; it shares nothing with them but
-// the layout of their counters.
+// counter and which hooks it must call. The yardstick of the packet reader and the session manager; it
+// shares nothing with them but the layout of their counters. Calls that want no analysis are refused.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 #include <list>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
-#include "fuzzing.h"
 #include "media/media_packet_reader.h"
 #include "media/media_session_manager.h"
 
-namespace cv::fuzz {
+namespace cv::test {
+
+enum class CallHook { created, media, control, terminated, timed_out };
 
 class PlainCalls {
  public:
-  void deliver(const Bytes& datagram, uint64_t now_us) {
+  void deliver(const std::vector<unsigned char>& datagram, uint64_t now_us) {
     m_bytes = &datagram;
     m_now = now_us;
     const std::size_t size = datagram.size();
@@ -56,10 +59,28 @@ class PlainCalls {
     sessions.audit_calls.increment();
     int removed = 0;
     while (removed < 10 && !m_calls.empty() && m_calls.front().activity + 300000000 <= now_us) {
+      call_hook(CallHook::timed_out, m_calls.front());
       erase(m_calls.begin());
       ++removed;
     }
     if (removed > 0) sessions.audit_executions.increment();
+  }
+
+  /// Whether these counters and the number of refused calls are as they must be.
+  bool agrees(const media::PacketReaderStatistic& packets,
+              const media::SessionManagerStatistic& calls, uint64_t refused_calls) const {
+    using P = media::PacketReaderStatistic;
+    using S = media::SessionManagerStatistic;
+    const auto same = [](const auto& a, const auto& b, auto... counters) {
+      return (((a.*counters).get() == (b.*counters).get()) && ...);
+    };
+    return refused == refused_calls &&
+           same(reader, packets, &P::passed, &P::min_length, &P::max_length, &P::bad_marker,
+                &P::bad_version, &P::corrupted_size, &P::unknown_type, &P::start_packets,
+                &P::term_packets, &P::data_packets, &P::ctrl_packets) &&
+           same(sessions, calls, &S::sessions, &S::zombies, &S::existing_index_errors,
+                &S::allocation_errors, &S::unknown_index_errors, &S::lost_packets,
+                &S::sequence_break_errors, &S::audit_calls, &S::audit_executions);
   }
 
   media::PacketReaderStatistic reader;
@@ -67,6 +88,8 @@ class PlainCalls {
   /// Sessions and zombies that there was no room for; 0: as many as there are.
   std::size_t limit = 0;
   uint64_t refused = 0;
+  /// With the calls' ids, in order.
+  std::vector<std::pair<CallHook, uint64_t>> hooks;
 
  private:
   /// In order of their last refresh.
@@ -106,6 +129,10 @@ class PlainCalls {
     m_by_id[id()] = std::prev(m_calls.end());
     sessions.sessions.set(m_calls.size());
     if (zombie) sessions.zombies.increment();
+    call_hook(CallHook::created, m_calls.back());
+  }
+  void call_hook(CallHook hook, const Call& call) {
+    if (!call.zombie) hooks.push_back({hook, call.id});
   }
   void add_zombie() { add(true, m_now, mt(), m_now); }
   void erase(Calls::iterator call) {
@@ -114,7 +141,8 @@ class PlainCalls {
     m_calls.erase(call);
     sessions.sessions.set(m_calls.size());
   }
-  void refresh(Calls::iterator call) {
+  void refresh(Calls::iterator call, CallHook hook) {
+    call_hook(hook, *call);
     call->activity = call->created - call->start_mt + mt();
     m_calls.splice(m_calls.end(), m_calls, call);
   }
@@ -138,12 +166,13 @@ class PlainCalls {
   void terminate() {
     const auto call = find();
     if (call == m_calls.end()) return sessions.unknown_index_errors.increment();
+    call_hook(CallHook::terminated, *call);
     erase(call);
   }
 
   void control() {
     const auto call = find();
-    if (call != m_calls.end()) return refresh(call);
+    if (call != m_calls.end()) return refresh(call, CallHook::control);
     sessions.unknown_index_errors.increment();
     if (has_room()) add_zombie();
   }
@@ -163,13 +192,13 @@ class PlainCalls {
     if (last != 0 && seq <= last) return sessions.sequence_break_errors.increment();
     if (last != 0) sessions.lost_packets.add(seq - last - 1);
     call->last_seq[side] = seq;
-    refresh(call);
+    refresh(call, CallHook::media);
   }
 
-  const Bytes* m_bytes = nullptr;
+  const std::vector<unsigned char>* m_bytes = nullptr;
   uint64_t m_now = 0;
   Calls m_calls;
   std::unordered_map<uint64_t, Calls::iterator> m_by_id;
 };
 
-}  // namespace cv::fuzz
+}  // namespace cv::test
