@@ -12,14 +12,10 @@ TEST(NodeIdentity, IsTheAddressTowardsTheFirstBrokerAndThePort) {
     const char* address;
   } cases[] = {
       {"127.0.0.1:9092", "127o0o0o1"},
-      {"127.0.0.1", "127o0o0o1"},
       {"127.0.0.1:9092,kafka.example:9092", "127o0o0o1"},
       // Several nodes without an address would go by one name.
       {"kafka.example:9092,127.0.0.1:9092", ""},
-      {"localhost:9092", ""},
-      {":9092", ""},
       {"", ""},
-      {"127.0.0:9092", ""},
       {"0.0.0.0:9092", ""},
   };
   for (const auto& c : cases) {

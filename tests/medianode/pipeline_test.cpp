@@ -18,42 +18,12 @@ using Audio = std::vector<int16_t>;
 using Texts = std::vector<std::string>;
 
 constexpr uint64_t rule = 5;
-constexpr uint8_t sample_detection = cv::media::features_sample_detection;
-constexpr uint8_t both_activities = cv::media::features_activity_detection;
-
-const std::vector<cv::test::Recording>& prompts() {
-  static const auto recordings = [] {
-    auto all = cv::test::english_prompts(3 * 8000);
-    all.resize(12);
-    return all;
-  }();
-  return recordings;
-}
-
-const std::vector<KnownSample>& known_prompts() {
-  static const auto samples = [] {
-    std::vector<KnownSample> made;
-    for (const auto& prompt : prompts()) {
-      const auto id = static_cast<uint32_t>(made.size());
-      made.push_back({id, prompt.name, cv::audio::fingerprint(prompt.samples)});
-    }
-    return made;
-  }();
-  return samples;
-}
 
 cv::media::StartFields start_fields(uint8_t features) {
   cv::media::StartFields fields;
   fields.features = features;
   fields.rule = rule;
   return fields;
-}
-
-cv::rc_ptr<cv::mn::Configuration> settings(const std::string& key, const std::string& value) {
-  cv::rc_ptr<cv::mn::Configuration> configuration(new cv::mn::Configuration);
-  std::stringstream error;
-  EXPECT_EQ(configuration->set_value(key, value, error), 0);
-  return configuration;
 }
 
 Audio silence(std::size_t samples) { return Audio(samples, 0); }
@@ -99,42 +69,47 @@ void play_steps(Pipeline& pipeline, const std::vector<std::string>& steps) {
 }
 
 TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
+  auto prompts = cv::test::english_prompts(3 * 8000);
+  prompts.resize(12);
+  std::vector<KnownSample> known;
+  for (const auto& prompt : prompts) {
+    const auto id = static_cast<uint32_t>(known.size());
+    known.push_back({id, prompt.name, cv::audio::fingerprint(prompt.samples)});
+  }
   Audio audio = silence(8123);
-  const Audio& prompt = prompts()[7].samples;
-  audio.insert(audio.end(), prompt.begin(), prompt.end());
-  const auto reports = [&](std::size_t packet_samples, const char* drift) {
-    Pipeline pipeline(settings("audio_detection_drift", drift));
-    pipeline.publish(3, rule, known_prompts());
+  audio.insert(audio.end(), prompts[7].samples.begin(), prompts[7].samples.end());
+  const auto reports = [&](std::size_t packet_samples, uint8_t drift) {
+    Pipeline pipeline;
+    pipeline.configuration->audio_detection_drift = drift;
+    pipeline.publish(3, rule, known);
     const CallPackets call;
-    pipeline.send(call.start(start_fields(sample_detection)));
+    pipeline.send(call.start(start_fields(cv::media::features_sample_detection)));
     uint32_t seq = 0;
     pipeline.play(call, 1, audio, seq, packet_samples);
     return pipeline.reports.texts();
   };
-  const Texts whole = reports(663, "1");
+  const Texts whole = reports(663, 1);
   ASSERT_FALSE(whole.empty());
-  EXPECT_EQ(member(whole[0], "sample_name"), "\"" + prompts()[7].name + "\"");
+  EXPECT_EQ(member(whole[0], "sample_name"), "\"" + prompts[7].name + "\"");
   EXPECT_EQ(member(whole[0], "call_side"), "\"terminator\"");
   EXPECT_EQ(member(whole[0], "version"), "3");
   EXPECT_NEAR(std::stod(member(whole[0], "offset")), 8123 / 8000.0, 0.017);
-  for (const std::size_t packet_samples : {160, 80, 37}) {
-    EXPECT_EQ(reports(packet_samples, "1"), whole) << packet_samples;
+  for (const std::size_t packet_samples : {160, 37}) {
+    EXPECT_EQ(reports(packet_samples, 1), whole) << packet_samples;
   }
-  EXPECT_NE(reports(160, "3"), whole) << "the configured drift reaches the detectors";
+  EXPECT_NE(reports(160, 3), whole) << "the configured drift reaches the detectors";
 }
 
 TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   Pipeline pipeline;
   const CallPackets call;
-  pipeline.send(call.start(start_fields(both_activities)));
+  pipeline.send(call.start(start_fields(cv::media::features_activity_detection)));
   uint32_t seq[2] = {0, 0};
+  pipeline.play(call, 0, silence(32000), seq[0]);
   // The tone begins in the second half of frame 99.
-  pipeline.play(call, 1, silence(100 * 128), seq[1]);
-  for (const Audio& audio : {tone(8000), silence(8000), tone(8000)}) {
+  for (const Audio& audio : {silence(100 * 128), tone(8000), silence(8000), tone(8000)}) {
     pipeline.play(call, 1, audio, seq[1]);
   }
-  pipeline.play(call, 0, silence(32000), seq[0]);
-  pipeline.send(call.terminate());
   const Texts texts = pipeline.reports.texts();
   ASSERT_EQ(texts.size(), 1u);
   EXPECT_EQ(member(texts[0], "call_side"), "\"terminator\"");

@@ -10,8 +10,6 @@
 
 namespace {
 
-using cv::mn::ReportDestinations;
-
 cv::net::AddressList list(const std::string& text) {
   cv::net::AddressList addresses;
   std::string error;
@@ -32,17 +30,13 @@ TEST(ReportDestinations, TakeTheReportAddressFromCallsThatMayNotNameIt) {
       {"10.0.0.0/8", 0, 0, 0},
   };
   for (const auto& c : cases) {
-    cv::test::LogCapture log;
     cv::test::FakeClock clock;
-    ReportDestinations destinations(list(c.allowed), clock);
+    cv::mn::ReportDestinations destinations(list(c.allowed), clock);
     const auto session = cv::test::make_session(c.named);
     destinations.on_session_created(session);
     EXPECT_EQ(session->m_report_address.port, htons(c.left)) << c.allowed;
     EXPECT_EQ(session->m_report_address.addr.sin_port, htons(c.left));
     EXPECT_EQ(destinations.refused(), c.refused);
-    EXPECT_EQ(log.has_containing("(1) calls named a report address that is not allowed, the last "
-                                 "[127.0.0.1]; (1) in all"),
-              c.refused != 0);
   }
 }
 
@@ -56,15 +50,13 @@ TEST(ReportDestinations, AreAskedAboutEveryCallOfThePipelineAndSaidEveryFiveSeco
     fields.features = cv::media::features_activity_detection;
     fields.report_addr = inet_addr("192.168.0.1");
     fields.report_port = htons(9000);
-    for (uint8_t number = 1; number <= 4; ++number) {
+    for (uint8_t number = 1; number <= 5; ++number) {
       if (number == 4) pipeline.clock.advance_seconds(5);
       pipeline.send(cv::test::CallPackets(number).start(fields));
     }
-    pipeline.send(cv::test::CallPackets(5).start(fields));
   }
   const std::string behind =
-      ") calls named a report address that is not allowed, the last "
-      "[192.168.0.1]; (";
+      ") calls named a report address that is not allowed, the last [192.168.0.1]; (";
   EXPECT_EQ(log.tagged("REPORT_DESTINATIONS: "),
             (std::vector<std::string>{"WARNING (1" + behind + "1) in all",
                                       "WARNING (3" + behind + "4) in all",

@@ -6,24 +6,40 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <string>
 #include <vector>
 
-#include "support/sandbox.h"
+#include "support/child_process.h"
 
 namespace cv::test {
 
 class JumpingClock {
  public:
   /// Not shifted yet. The file lies in the sandbox.
-  explicit JumpingClock(const Sandbox& sandbox);
+  explicit JumpingClock(const Sandbox& sandbox)
+      : m_path(sandbox.write_file("clock-shift", std::string(sizeof m_shift_s, '\0'))) {}
 
   /// What stands before a command line to run it on this clock.
-  std::vector<std::string> launcher() const;
+  std::vector<std::string> launcher() const {
+    const char* given = std::getenv("ASAN_OPTIONS");
+    // The address sanitizer wants to be the first library, and has no need to.
+    return {"/usr/bin/env", "LD_PRELOAD=" + executable("libjumping_clock.so"),
+            "JUMPING_CLOCK=" + m_path,
+            "ASAN_OPTIONS=verify_asan_link_order=0:" + std::string(given == nullptr ? "" : given)};
+  }
+
   /// At once, for whoever reads or waits for the time. Negative: back.
-  void jump(int64_t seconds);
+  void jump(int64_t seconds) {
+    m_shift_s += seconds;
+    // In place and whole: the executable maps the file.
+    std::fstream file(m_path, std::ios::binary | std::ios::in | std::ios::out);
+    file.write(reinterpret_cast<const char*>(&m_shift_s), sizeof m_shift_s);
+  }
   /// What the executable sees, in seconds since the epoch.
-  int64_t now() const;
+  int64_t now() const { return std::time(nullptr) + m_shift_s; }
 
  private:
   std::string m_path;

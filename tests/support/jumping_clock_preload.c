@@ -43,21 +43,15 @@ int gettimeofday(struct timeval* restrict now, void* restrict zone) {
   return 0;
 }
 
-time_t time(time_t* out) {
-  struct timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (out != NULL) *out = now.tv_sec;
-  return now.tv_sec;
-}
-
 int timespec_get(struct timespec* now, int base) {
   if (base == TIME_UTC) clock_gettime(CLOCK_REALTIME, now);
   return base == TIME_UTC ? base : 0;
 }
 
-static int passed(const struct timespec* now, const struct timespec* time) {
-  return now->tv_sec > time->tv_sec ||
-         (now->tv_sec == time->tv_sec && now->tv_nsec >= time->tv_nsec);
+static const int64_t second_ns = 1000000000;
+
+static int64_t to_ns(const struct timespec* time) {
+  return time->tv_sec * second_ns + time->tv_nsec;
 }
 
 /* Until a time of the wall clock, whatever becomes of that clock meanwhile: in slices, after each of
@@ -66,16 +60,12 @@ static int passed(const struct timespec* now, const struct timespec* time) {
 static int wait_until(int (*wait)(void*, void*, const struct timespec*), int timed_out,
                       void* condition, void* mutex, const struct timespec* until) {
   for (;;) {
-    struct timespec now, slice;
+    struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    if (passed(&now, until)) return timed_out;
-    now.tv_nsec += 20000000;
-    if (now.tv_nsec >= 1000000000) {
-      now.tv_nsec -= 1000000000;
-      ++now.tv_sec;
-    }
-    slice = passed(&now, until) ? *until : now;
-    slice.tv_sec -= shift();
+    const int64_t left_ns = to_ns(until) - to_ns(&now);
+    if (left_ns <= 0) return timed_out;
+    const int64_t end_ns = to_ns(&now) + (left_ns < 20000000 ? left_ns : 20000000);
+    const struct timespec slice = {end_ns / second_ns - shift(), end_ns % second_ns};
     const int result = wait(condition, mutex, &slice);
     if (result != timed_out) return result;
   }
