@@ -37,13 +37,6 @@ TEST_F(NodeKafka, StartsBeforeTheManagerAndBeforeEveryTopic) {
   stop_node();
 }
 
-TEST_F(NodeKafka, StartsAfterTheManagerWithoutATopicOfItsOwn) {
-  start_manager();
-  start_node();
-  EXPECT_TRUE(node_is_ready()) << node().output();
-  stop_node();
-}
-
 TEST_F(NodeKafka, StartsAgainAtOnceAfterAStopAndAfterACrash) {
   start_manager({"--node-topic", "corvanth_medianode_127o0o0o1_" + std::to_string(media_port())});
   for (const int end : {SIGTERM, SIGKILL, SIGTERM}) {
@@ -66,10 +59,8 @@ TEST_F(NodeKafka, StartsBeforeTheBroker) {
   start_manager();
   EXPECT_TRUE(node_is_ready()) << node().output();
   const std::string log = node().output();
-  const size_t again = log.find("SERVICE: topics have been assigned after the configurations");
-  ASSERT_NE(again, log.npos) << log;
-  EXPECT_NE(log.find("| SYSTEM ", log.rfind('\n', again)), log.npos);
-  EXPECT_LT(log.find("| SYSTEM ", log.rfind('\n', again)), again) << "at the level of milestones";
+  EXPECT_NE(log.find("SERVICE: topics have been assigned after the configurations"), log.npos)
+      << log;
   stop_node();
 }
 

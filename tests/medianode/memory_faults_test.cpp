@@ -135,20 +135,19 @@ std::vector<media::Datagram> calls(const std::vector<Recording>& heard, uint16_t
   return packets;
 }
 
-/// How allocations that failed showed.
-struct Outcome {
-  uint64_t sessions, zombies, streams, packets, reports, lines;
+/// How often what was lost.
+using Costs = std::map<std::string, uint64_t>;
 
-  Outcome(const Node& node, const CollectedLog& log)
-      : zombies(log.count("SESSION_MANAGER: Zombie session ")),
-        streams(node.pipeline.statistic.streams_allocation_errors.get()),
-        packets(log.count("PACKETS_READER: out of memory, (")),
-        reports(log.count("REPORT_MANAGER: out of memory, a report")),
-        lines(log.count("LOG: a line was lost")) {
-    sessions = node.pipeline.statistic.allocation_errors.get() - zombies;
-  }
-  uint64_t counted() const { return sessions + zombies + streams + packets + reports + lines; }
-};
+Costs costs_of(const Node& node, const CollectedLog& log) {
+  const auto& counters = node.pipeline.statistic;
+  const uint64_t zombies = log.count("SESSION_MANAGER: Zombie session ");
+  return {{"a session", counters.allocation_errors.get() - zombies},
+          {"a zombie", zombies},
+          {"a stream's first packet", counters.streams_allocation_errors.get()},
+          {"part of a packet", log.count("PACKETS_READER: out of memory, (")},
+          {"a report", log.count("REPORT_MANAGER: out of memory, a report")},
+          {"a log line", log.count("LOG: a line was lost")}};
+}
 
 TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
   UdpReceiver receiver;
@@ -169,7 +168,7 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
 
   Findings clean, clean_after;
   std::size_t allocations = 0;
-  std::map<std::string, uint64_t> cost;
+  Costs all_costs;
   // `count` allocations fail from the `first` on.
   const auto run = [&](std::size_t first, std::size_t count) {
     SCOPED_TRACE(testing::Message() << count << " allocation(s) from " << first << " on");
@@ -190,7 +189,9 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
       const Findings found_after = findings(receiver);
 
       const heap::Exempt what_is_kept;
-      const Outcome outcome(node, log);
+      Costs costs = costs_of(node, log);
+      uint64_t counted = 0;
+      for (const auto& [what, times] : costs) counted += times;
       const auto& counters = node.pipeline.statistic;
       const auto& taken = node.statistic;
       EXPECT_EQ(taken.start_packets.get() + taken.data_packets.get() + taken.ctrl_packets.get() +
@@ -198,12 +199,12 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
                 packets.size() + after.size());
       EXPECT_EQ(counters.sessions.get() + counters.zombies.get(), 0u);
       // The side of a call that stays a zombie goes on from where it was heard first.
-      EXPECT_LE(counters.sequence_break_errors.get(), outcome.sessions);
+      EXPECT_LE(counters.sequence_break_errors.get(), costs["a session"]);
       if (count == 0) {
         clean = found;
         clean_after = found_after;
         allocations = served;
-        EXPECT_EQ(outcome.counted(), 0u) << log.text();
+        EXPECT_EQ(counted, 0u) << log.text();
       }
       EXPECT_EQ(failed > 0, count > 0);
       EXPECT_EQ(found_after, clean_after) << "the next call is served as ever";
@@ -211,17 +212,12 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
         EXPECT_LE(times, clean[what]) << what << " is too much";
       }
       if (count == 1) {
-        EXPECT_LE(outcome.counted(), 1u) << "counted once: " << log.text();
+        EXPECT_LE(counted, 1u) << "counted once: " << log.text();
         // Whatever a side lost besides, it has been made again or been voted for again.
-        if (outcome.sessions + outcome.reports + outcome.packets == 0) {
+        if (costs["a session"] + costs["a report"] + costs["part of a packet"] == 0) {
           EXPECT_EQ(found, clean);
         }
-        cost["a session"] += outcome.sessions;
-        cost["a zombie"] += outcome.zombies;
-        cost["a stream's first packet"] += outcome.streams;
-        cost["part of a packet"] += outcome.packets;
-        cost["a report"] += outcome.reports;
-        cost["a log line"] += outcome.lines;
+        for (const auto& [what, times] : costs) all_costs[what] += times;
       }
     }
     const auto now = heap::counts();
@@ -236,7 +232,7 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
   for (std::size_t first = 1; first <= allocations; first += 17) run(first, 40);
 
   std::cout << "of " << allocations << " allocations that failed\n";
-  for (const auto& [what, times] : cost) {
+  for (const auto& [what, times] : all_costs) {
     std::cout << "  " << times << " cost " << what << "\n";
     EXPECT_GT(times, 0u) << what;
   }
