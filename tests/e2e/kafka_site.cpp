@@ -1,7 +1,6 @@
 #include "e2e/kafka_site.h"
 
 #include <cstdio>
-#include <signal.h>
 #include <stdexcept>
 #include <time.h>
 #include <unistd.h>
@@ -12,8 +11,6 @@
 namespace cv::test {
 
 namespace {
-
-constexpr int stop_limit_s = 15;
 
 /// Prompts of a folder below the language's have its name in theirs.
 std::string flat_name(const Recording& recording) {
@@ -72,17 +69,6 @@ void KafkaSite::add_recording(const Recording& recording) {
   write_sound(m_recordings / (flat_name(recording) + ".wav"), recording.samples, 8000, 1);
 }
 
-void KafkaSite::start_node(const std::string& settings) {
-  m_node = std::make_unique<ChildProcess>(
-      m_sandbox, std::vector<std::string>{executable("corvanthmedianode"), "--args",
-                                          "port=" + std::to_string(m_media_port) + "," + settings});
-}
-
-void KafkaSite::stop_node() {
-  m_node->send_signal(SIGTERM);
-  EXPECT_EQ(m_node->wait_exit(stop_limit_s), 0) << m_node->output();
-}
-
 void KafkaSite::start_manager(const std::vector<std::string>& options) {
   std::vector<std::string> arguments = {executable("corvanth"), "configd"};
   const std::pair<const char*, std::string> files_and_topics[] = {
@@ -125,7 +111,7 @@ bool KafkaSite::reported(const CallPackets& call, const Recording& recording) {
 
 bool KafkaSite::finds(const Recording& recording, uint8_t call_number) {
   const CallPackets call(call_number);
-  start_call(call);
+  send_start(call);
   send_audio(call, 0, recording.samples);
   return reported(call, recording);
 }

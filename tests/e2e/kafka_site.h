@@ -8,11 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "support/child_process.h"
-#include "support/media_source.h"
+#include "e2e/running_node.h"
 #include "support/recordings.h"
-#include "support/sandbox.h"
-#include "support/udp_receiver.h"
 
 namespace cv::test {
 
@@ -45,7 +42,7 @@ class KafkaBroker {
 };
 
 /// configd and one node; topics of their own, which do not exist yet.
-class KafkaSite : public MediaSource {
+class KafkaSite : public RunningNode {
  public:
   /// The settings file of the node names `properties_file` when it is not empty.
   explicit KafkaSite(const std::string& broker, const std::string& properties_file = "");
@@ -56,18 +53,10 @@ class KafkaSite : public MediaSource {
   KafkaSite& operator=(const KafkaSite&) = delete;
 
   void add_recording(const Recording& recording);
-  /// `settings`: more --args pairs.
-  void start_node(const std::string& settings = "");
-  /// SIGTERM, then status 0 within the limit of a stop.
-  void stop_node();
   /// Returns when it answers requests.
   void start_manager(const std::vector<std::string>& options = {});
 
-  ChildProcess& node() { return *m_node; }
   ChildProcess& manager() { return *m_manager; }
-  bool node_logged(const std::string& text, size_t from = 0) {
-    return m_node->wait_for_output(text, from);
-  }
   /// Whether the node has built a database of this many samples, none of them missing.
   bool node_is_loaded(size_t samples);
   /// Waits for that.
@@ -75,7 +64,6 @@ class KafkaSite : public MediaSource {
   /// The node has its database, and its media port is open.
   bool node_is_ready() { return node_logged("PACKETS_READER: thread ["); }
 
-  void start_call(const CallPackets& call) { send_start(call, m_reports.port()); }
   /// Whether a finding of this recording on this call has come, or comes within 30 s.
   bool reported(const CallPackets& call, const Recording& recording);
   /// Whether a call of its own, with all of the recording, is recognised.
@@ -92,11 +80,8 @@ class KafkaSite : public MediaSource {
   const std::string m_properties_file;
   const std::string m_request_topic;
   const std::string m_broadcast_topic;
-  Sandbox m_sandbox;
   TemporaryFolder m_recordings;
-  UdpReceiver m_reports;
   std::unique_ptr<ChildProcess> m_manager;
-  std::unique_ptr<ChildProcess> m_node;
 };
 
 }  // namespace cv::test

@@ -32,7 +32,7 @@ TEST_F(NodeCalls, EveryKindOfReportGoesToBothDestinations) {
                    "report_on_call_termination=true,report_transfer_host=127.0.0.1:" +
                        std::to_string(service.port()) + ",report_transfer_enabled=true");
   const CallPackets call(1);
-  send_start(call, m_reports.port());
+  send_start(call);
   send_audio(call, 0, after_a_second(known));
   send_audio(call, 1, std::vector<int16_t>(16000));
   send(call.terminate());
@@ -56,7 +56,7 @@ TEST_F(NodeCalls, EveryKindOfReportGoesToBothDestinations) {
   EXPECT_LE(active_at, 1.5);
   EXPECT_EQ(m_reports.texts().size(), 3u) << "the silent side reports nothing";
   EXPECT_TRUE(node_logged("REPORT_MANAGER: sent: 0, report: " + found));
-  expect_clean_stop();
+  stop_node();
   EXPECT_EQ(service.texts(), m_reports.texts());
 }
 
@@ -64,7 +64,7 @@ TEST_F(NodeCalls, ANewVersionIsForTheNextCallWhileARunningOneKeepsItsOwn) {
   start_ready_node({known});
   const CallPackets running(1), next(2);
   const auto audio = after_a_second(known);
-  send_start(running, m_reports.port());
+  send_start(running);
   send_audio(running, 0, std::span(audio).first(8000));
   ASSERT_TRUE(node_logged("DATABASE_DISPATCHER: database switched to (1)"));
 
@@ -76,7 +76,7 @@ TEST_F(NodeCalls, ANewVersionIsForTheNextCallWhileARunningOneKeepsItsOwn) {
     const size_t built = output.find("database version (8) successfully built");
     return built != output.npos && output.find("database container swapped", built) != output.npos;
   })) << node().output();
-  send_start(next, m_reports.port());
+  send_start(next);
   send_audio(next, 0, audio);
   send_audio(running, 0, std::span(audio).subspan(8000), 8000 / 160 + 1);
 
@@ -85,13 +85,13 @@ TEST_F(NodeCalls, ANewVersionIsForTheNextCallWhileARunningOneKeepsItsOwn) {
   EXPECT_EQ(number_in(of_next, "sample_id"), 201) << of_next;
   EXPECT_EQ(number_in(of_running, "sample_id"), 101) << of_running;
   EXPECT_NE(of_running.find("ccddee01"), of_running.npos) << of_running;
-  expect_clean_stop();
+  stop_node();
 }
 
 TEST_F(NodeCalls, TracesAndCountersReachSyslogWhateverTheConfiguredSink) {
   start_ready_node({known});
   const CallPackets call(1), unknown(2);
-  send_start(call, m_reports.port());
+  send_start(call);
   send(call.data(0, 5));
   send(call.data(0, 9));     // three lost
   send(unknown.data(1, 1));  // a zombie
@@ -124,7 +124,7 @@ TEST_F(NodeCalls, TracesAndCountersReachSyslogWhateverTheConfiguredSink) {
   EXPECT_TRUE(syslog_has("<133>"));
   EXPECT_TRUE(syslog_has("corvanthmedianode:" + std::to_string(m_media_port) + " statistic"));
   EXPECT_EQ(syslog().find("num: "), std::string::npos) << "no DATA traces at INFO";
-  expect_clean_stop();
+  stop_node();
 }
 
 TEST_F(NodeCalls, AStopSendsTheReportsThatAreQueued) {
@@ -134,13 +134,13 @@ TEST_F(NodeCalls, AStopSendsTheReportsThatAreQueued) {
   for (size_t i = 0; i < calls; ++i) {
     // Every second call takes up the identifier of the one before, whose summary may be in the making.
     const CallPackets call(static_cast<uint8_t>(1 + i / 2));
-    send_start(call, m_reports.port(), 0x30);
+    send_start(call, 0x30);
     send_audio(call, 1, audio);
     send(call.terminate());
   }
   // All ends have been handled, so all reports are queued or sent.
   ASSERT_TRUE(eventually([&] { return syslog_count("TERM  | ") == calls; }));
-  expect_clean_stop();
+  stop_node();
   for (const std::string type : {"corvanth_detection", "corvanth_sample_match"}) {
     const auto& texts = m_reports.texts();
     EXPECT_EQ(std::count_if(texts.begin(), texts.end(),

@@ -19,7 +19,7 @@ struct NodeFaults : NodeFixture {
   /// Whether a call with a known recording gives its two findings.
   testing::AssertionResult call_is_analysed(uint8_t number) {
     const CallPackets call(number);
-    send_start(call, m_reports.port());
+    send_start(call);
     send_audio(call, 0, m_audio);
     send(call.terminate());
     const std::string uuid = uuid_of(number);
@@ -77,7 +77,7 @@ TEST_F(NodeFaults, CallsGoOnWhateverBecomesOfTheSyslogDaemon) {
   EXPECT_TRUE(start_is_traced(21)) << "/dev/log was made anew";
 
   m_sandbox.hang_syslog(true);
-  for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call), 0);
+  for (uint8_t call = 22; call < 40; ++call) send_start(CallPackets(call));
   node().send_signal(SIGTERM);
   EXPECT_EQ(node().wait_exit(15), 0) << "a stop does not wait for it";
 }
@@ -90,7 +90,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
   start_ready_node({announcement});
   const CallPackets running(1);
   const std::vector<int16_t> lead(8000);
-  send_start(running, m_reports.port());
+  send_start(running);
   send_audio(running, 0, lead);
 
   uint8_t call = 1;
@@ -124,7 +124,7 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
   EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
   EXPECT_TRUE(eventually([&] { return syslog_count(block) > blocks; })) << "every five seconds too";
   EXPECT_TRUE(call_is_analysed(++call));
-  expect_clean_stop();
+  stop_node();
   for (uint8_t number = 1; number <= call; ++number) {
     EXPECT_EQ(times_reported("corvanth_detection", number), 1u) << int{number};
     EXPECT_EQ(times_reported("audio_activity", number), 1u) << int{number};

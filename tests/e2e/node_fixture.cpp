@@ -1,6 +1,5 @@
 #include "e2e/node_fixture.h"
 
-#include <signal.h>
 #include <stdexcept>
 
 #include "audio/audio_fingerprint.h"
@@ -15,6 +14,11 @@ namespace {
 constexpr const char* request_topic = "corvanth_request";
 constexpr const char* broadcast_topic = "corvanth_broadcast";
 
+std::string body_of(const std::string& json) {
+  const auto body = tools::event_body(json);
+  return {body.begin(), body.end()};
+}
+
 }  // namespace
 
 std::vector<int16_t> prompt(const std::string& name) {
@@ -28,17 +32,6 @@ NodeFixture::NodeFixture() : m_kafka({request_topic, broadcast_topic, node_topic
   m_sandbox.write_etc("kafka.conf", "kafka_broker = " + m_kafka.brokers() +
                                         "\nkafka_topic_request = " + request_topic +
                                         "\nkafka_topic_broadcast = " + broadcast_topic + "\n");
-}
-
-std::string NodeFixture::node_topic() const {
-  return "corvanth_medianode_127o0o0o1_" + std::to_string(m_media_port);
-}
-
-void NodeFixture::start_node(const std::string& settings) {
-  std::vector<std::string> command = m_launcher;
-  command.insert(command.end(), {executable("corvanthmedianode"), "--args",
-                                 "port=" + std::to_string(m_media_port) + "," + settings});
-  m_node = std::make_unique<ChildProcess>(m_sandbox, std::move(command));
 }
 
 void NodeFixture::wait_for_first_requests() {
@@ -61,14 +54,18 @@ void NodeFixture::start_ready_node(const std::vector<std::string>& prompts,
   ASSERT_TRUE(node_logged("DATABASE_DISPATCHER: database version (7) successfully built"));
 }
 
+void NodeFixture::send_to_node(const std::string& json) {
+  m_kafka.produce(node_topic(), body_of(json));
+}
+
 void NodeFixture::broadcast(const std::string& json) {
-  m_kafka.produce(broadcast_topic, pack_event(json));
+  m_kafka.produce(broadcast_topic, body_of(json));
 }
 
 std::vector<std::string> NodeFixture::requests(size_t count) {
   std::vector<std::string> texts;
   for (const std::string& body : m_kafka.consume(request_topic, count)) {
-    texts.push_back(unpack_event(body));
+    texts.push_back(decompressed(body).value().substr(1));
   }
   return texts;
 }
@@ -97,11 +94,6 @@ size_t NodeFixture::syslog_count(const std::string& text) const {
   const std::string log = syslog();
   for (size_t at = 0; (at = log.find(text, at)) != log.npos; ++at) ++count;
   return count;
-}
-
-void NodeFixture::expect_clean_stop() {
-  node().send_signal(SIGTERM);
-  EXPECT_EQ(node().wait_exit(), 0) << node().output();
 }
 
 }  // namespace cv::test

@@ -12,32 +12,26 @@
 #include <string>
 #include <vector>
 
-#include "support/child_process.h"
+#include "e2e/running_node.h"
 #include "support/eventually.h"
-#include "support/media_source.h"
 #include "support/mock_kafka.h"
-#include "support/sandbox.h"
-#include "support/udp_receiver.h"
 
 namespace cv::test {
 
 /// The samples of a recorded English prompt.
 std::vector<int16_t> prompt(const std::string& name);
 
-class NodeFixture : public testing::Test, protected MediaSource {
+class NodeFixture : public testing::Test, protected RunningNode {
  protected:
   NodeFixture();
 
-  /// Starts the node with its media port, Kafka settings and `settings` (more --args pairs).
-  void start_node(const std::string& settings = "");
   /// The two requests that a started node sends first.
   void wait_for_first_requests();
   /// start_node() and a configuration: rule 1 looks for `prompts` (sample ids from 101 in their order)
   /// at threshold 4.5. Returns when the media port is open.
   void start_ready_node(const std::vector<std::string>& prompts, const std::string& settings = "");
 
-  std::string node_topic() const;
-  void send_to_node(const std::string& json) { m_kafka.produce(node_topic(), pack_event(json)); }
+  void send_to_node(const std::string& json);
   void broadcast(const std::string& json);
   /// The first `count` requests of the node, as JSON texts.
   std::vector<std::string> requests(size_t count);
@@ -47,22 +41,12 @@ class NodeFixture : public testing::Test, protected MediaSource {
                                    const std::map<uint32_t, std::string>& ids) const;
   std::string sample_event(uint32_t id, const std::string& prompt_name) const;
 
-  ChildProcess& node() { return *m_node; }
-  bool node_logged(const std::string& text) { return m_node->wait_for_output(text); }
   std::string syslog() const { return m_sandbox.syslog(); }
   bool syslog_has(const std::string& text);
   /// How often `text` stands in the syslog lines.
   size_t syslog_count(const std::string& text) const;
 
-  /// SIGTERM, then status 0.
-  void expect_clean_stop();
-
-  Sandbox m_sandbox;
   MockKafka m_kafka;
-  UdpReceiver m_reports;
-  /// Stands before the node's command line.
-  std::vector<std::string> m_launcher;
-  std::unique_ptr<ChildProcess> m_node;
 };
 
 }  // namespace cv::test

@@ -45,7 +45,7 @@ class SteadyCalls {
   void run() {
     do {
       const CallPackets call(number(m_calls++));
-      m_site.start_call(call);
+      m_site.send_start(call);
       std::span<const int16_t> left(m_recording.samples);
       for (uint32_t seq = 1; !left.empty(); ++seq) {
         const auto packet = left.first(std::min<size_t>(160, left.size()));

@@ -38,7 +38,7 @@ TEST_F(NodeKafka, StartsBeforeTheManagerAndBeforeEveryTopic) {
 }
 
 TEST_F(NodeKafka, StartsAgainAtOnceAfterAStopAndAfterACrash) {
-  start_manager({"--node-topic", "corvanth_medianode_127o0o0o1_" + std::to_string(media_port())});
+  start_manager({"--node-topic", node_topic()});
   for (const int end : {SIGTERM, SIGKILL, SIGTERM}) {
     start_node();
     EXPECT_TRUE(node_is_ready()) << node().output();

@@ -1,14 +1,11 @@
 // A stop signal ends the node in every phase of its life, whatever the broker does meanwhile.
 
-#include <signal.h>
 #include <tuple>
 
 #include "e2e/node_fixture.h"
 
 namespace cv::test {
 namespace {
-
-constexpr int stop_limit_s = 15;
 
 /// Phase of the node's life, and what the broker does in it.
 using Case = std::tuple<std::string, std::string>;
@@ -46,7 +43,7 @@ class NodeStop : public NodeFixture, public testing::WithParamInterface<Case> {
   void start_running_node() {
     start_ready_node({"vm-goodbye"});
     const CallPackets call(1);
-    send_start(call, m_reports.port());
+    send_start(call);
     send_audio(call, 0, prompt("vm-goodbye"));
     ASSERT_NE(m_reports.wait_for("vm-goodbye"), "") << node().output();
   }
@@ -58,8 +55,7 @@ TEST_P(NodeStop, EndsTheNodeWithinItsLimit) {
   if (bad_from_the_start) set_broker(broker);
   ASSERT_NO_FATAL_FAILURE(reach(phase));
   if (!bad_from_the_start) set_broker(broker);
-  node().send_signal(SIGTERM);
-  EXPECT_EQ(node().wait_exit(stop_limit_s), 0) << node().output();
+  stop_node();
   const bool undelivered = phase == "Requesting";
   EXPECT_EQ(node().output().find("message(s) were not delivered") != std::string::npos, undelivered)
       << node().output();

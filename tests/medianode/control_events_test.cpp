@@ -258,6 +258,7 @@ TEST(Databases, WaitFiveSecondsAfterTheLastSampleForThoseThatDoNotCome) {
 
   // Late samples are published together once the last is in; no time-out runs for them.
   node.receive_sample(3, {{12, 0}});
+  EXPECT_TRUE(node.log.has_containing("created")) << "what is published does not change";
   node.clock.advance_seconds(60);
   node.databases.on_event_timeout();
   EXPECT_EQ(node.database(1), without);

@@ -36,14 +36,6 @@ std::optional<std::string> decompressed(const std::string& body) {
   return transformed(&messaging::MessageBroker::decompress, body);
 }
 
-std::string pack_event(const std::string& json) { return compressed(std::string(1, '\0') + json); }
-
-std::string unpack_event(const std::string& body) {
-  const std::string plain = decompressed(body).value_or("");
-  EXPECT_TRUE(plain.starts_with('\0')) << "kind of a JSON event";
-  return plain.substr(std::min<std::size_t>(1, plain.size()));
-}
-
 MockKafka::MockKafka(const std::vector<std::string>& topics)
     : m_host(make_client(RD_KAFKA_PRODUCER, false)),
       m_cluster(rd_kafka_mock_cluster_new(m_host.get(), 1)),

@@ -20,11 +20,6 @@ std::string compressed(const std::string& plain);
 /// What the broker under test makes of a body: its content, or nothing when it refuses it.
 std::optional<std::string> decompressed(const std::string& body);
 
-/// A JSON event as it travels: kind byte and text, as a zlib stream.
-std::string pack_event(const std::string& json);
-/// The JSON text of a packed event; fails the test when the body is none.
-std::string unpack_event(const std::string& body);
-
 class MockKafka {
  public:
   explicit MockKafka(const std::vector<std::string>& topics);
