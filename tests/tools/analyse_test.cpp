@@ -78,21 +78,6 @@ TEST_F(Analyse, ACallIsTheSameHoweverItsSidesAreStored) {
   EXPECT_NE(both.find(one.substr(one.find("corvanth_detection"))), both.npos);
 }
 
-TEST_F(Analyse, AFolderGivesTheSameLinesWhateverTheNumberOfThreads) {
-  const std::string samples = m_folder / "samples", index_path = m_folder / "index";
-  const std::string alone = analyse({samples, "--jobs", "1", "--index", index_path}).out;
-  EXPECT_EQ(count("corvanth_detection", alone), 5u) << alone;
-  EXPECT_EQ(analyse({samples, "--jobs", "4"}).out, alone);
-  // The index says which recording a line is about.
-  std::ifstream index(index_path);
-  std::string id, name, rest;
-  for (int i = 0; i < 5; ++i) {
-    ASSERT_TRUE(index >> id >> name && std::getline(index, rest));
-    EXPECT_EQ(name, m_folder / ("samples/" + std::to_string(i) + ".wav"));
-    EXPECT_EQ(count(id, alone), 2u);
-  }
-}
-
 TEST_F(Analyse, TheNodesSettingsHold) {
   const std::string known = sound("known", m_known);
   const std::string config =

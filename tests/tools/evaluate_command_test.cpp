@@ -73,7 +73,6 @@ TEST_F(EvaluateCommand, JudgesLabelledRecordings) {
   }
 
   const std::pair<const char*, const char*> bad_truths[] = {
-      {"a.wav\toriginator\tp4\n", "truth.tsv: line 1: the start"},
       {"#\na.wav\toriginator\tp99\t1\n", "truth.tsv: line 2: the rule looks for no sample \"p99\""},
       {"c.wav\toriginator\tp4\t1\n", "truth.tsv: line 1: there is no recording"},
       {"b.wav\toriginator\tp1\t0\nb.wav\tterminator\tp1\t0\n", "b.wav: it has one channel"},

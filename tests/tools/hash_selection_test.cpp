@@ -43,30 +43,5 @@ TEST(HashSelection, SpacesAndDropsByTable) {
   }
 }
 
-std::vector<uint32_t> hashes(const std::string& text) { return {text.begin(), text.end()}; }
-
-TEST(HashSelection, TheCommonestOfTheSetGoAndStayGoneWhileTheyAreNearlyThat) {
-  const std::string ten(10, 'x');
-  const struct {
-    std::vector<std::string> samples;
-    std::size_t count;
-    std::string previous, expected;
-  } table[] = {
-      {{"abc", "bcd", "cde"}, 2, "", "bc"},  // b and d are equally common
-      {{"abc"}, 0, "a", ""},
-      {{ten + "x", ten, "yyyyyyyyyyyyyyyyyyyy"}, 1, "y", "y"},   // 20 of 21: 0.907 of the votes
-      {{ten + "xx", ten, "yyyyyyyyyyyyyyyyyyyy"}, 1, "y", "x"},  // 20 of 22: 0.826
-      {{ten, "yyyyyyyyyy", "z"}, 1, "xy", "x"},                  // another number was asked for
-      {{"xxyz"}, 1, "q", "x"},                                   // gone from the set
-  };
-  for (const auto& row : table) {
-    std::vector<Points> samples;
-    for (const auto& text : row.samples) samples.push_back(points(text));
-    EXPECT_EQ(choose_common_hashes(samples, row.count, hashes(row.previous)), hashes(row.expected))
-        << testing::PrintToString(row.samples) << " " << row.count << " " << row.previous;
-  }
-  EXPECT_EQ(drop_hashes(points("abcab"), hashes("ac")), points(" b  b"));
-}
-
 }  // namespace
 }  // namespace cv::tools

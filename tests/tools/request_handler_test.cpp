@@ -48,13 +48,6 @@ TEST(AnswerRequest, EveryRequestOfTheProtocolGetsItsEventsOnTheTopicItNames) {
   const std::string other =
       R"(N {"type":"corvanth_sample_list","data":{"id":4294967294,"hash":"4748ab"}})";
   const std::pair<std::string, std::vector<std::string>> table[] = {
-      {R"({"type":"get_versions", "config_topic":"M"})",
-       {R"(M {"type":"config_versions","data":{"corvanth_deadair_configuration":3,)"
-        R"("corvanth_sample_configuration":12}})"}},
-      {asking_for(R"("corvanth_sample_configuration")"),
-       {R"(N {"type":"corvanth_sample_configuration","version":12,"data":[)"
-        R"({"rule_id":18446744073709551615,"sample_id":42,"sample_name":"é",)"
-        R"("threshold":4.25,"event_object":[{"k":1}]}]})"}},
       {asking_for(R"("corvanth_deadair_configuration")"),
        {R"(N {"type":"corvanth_deadair_configuration","version":3,"data":[)"
         R"({"rule_id":7,"dev_threshold":300.0,"activity_hits":4},{"rule_id":8}]})"}},
