@@ -10,8 +10,8 @@
 
 #include "audio/audio_sample_packet.h"
 #include "tools/command_line.h"
+#include "tools/json_text.h"
 #include "tools/progress_bar.h"
-#include "utils/utils_json.h"
 
 namespace cv::tools {
 
@@ -22,7 +22,7 @@ std::string json_line(const std::string& file, const Fingerprint& fingerprint, b
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   writer.StartObject();
   writer.Key("file");
-  writer.String(file.c_str(), static_cast<rapidjson::SizeType>(file.size()));
+  write_string(writer, file);
   writer.Key("seconds");
   writer.Double(fingerprint.seconds);
   writer.Key("frames");

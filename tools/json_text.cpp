@@ -98,6 +98,14 @@ bool is_utf8(std::string_view text) {
   return in.Tell() == text.size();
 }
 
+std::string as_utf8(std::string_view text) {
+  std::string valid(text);
+  if (is_utf8(text)) return valid;
+  std::replace_if(
+      valid.begin(), valid.end(), [](unsigned char c) { return c >= 0x80; }, '?');
+  return valid;
+}
+
 const rapidjson::Value* find_member(const rapidjson::Value& object, const char* name) {
   if (!object.IsObject()) return nullptr;
   const auto found = object.FindMember(name);

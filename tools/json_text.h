@@ -31,6 +31,15 @@ const rapidjson::Value* find_member(const rapidjson::Value& object, const char* 
 /// Whether a JSON text may hold it.
 bool is_utf8(std::string_view text);
 
+/// `text`, or when it is no UTF-8 (the name of a file may be anything) with '?' for what is not ASCII.
+std::string as_utf8(std::string_view text);
+
+template <typename Writer>
+void write_string(Writer& writer, std::string_view text) {
+  const std::string valid = as_utf8(text);
+  writer.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+}
+
 inline std::string_view text_of(const rapidjson::Value& string) {
   return {string.GetString(), string.GetStringLength()};
 }

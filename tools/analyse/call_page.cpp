@@ -11,9 +11,9 @@
 #include "tools/analyse/call_page_html.h"
 #include "tools/analyse/call_page_js.h"
 #include "tools/analyse/call_page_model_js.h"
+#include "tools/json_text.h"
 #include "tools/page/packed_columns.h"
 #include "tools/page/page.h"
-#include "utils/utils_json.h"
 #include "utils/utils_str.h"
 
 namespace cv::tools {
@@ -31,7 +31,7 @@ constexpr std::size_t most_marks = 8;
 
 void write(Writer& writer, const char* name, std::string_view text) {
   writer.Key(name);
-  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  write_string(writer, text);
 }
 
 void write(Writer& writer, const char* name, double value) {

@@ -4,9 +4,9 @@
 #include "audio/audio_spectrum_generator.h"
 #include "tools/audio_file.h"
 #include "tools/inspect/inspect_command.h"
+#include "tools/json_text.h"
 #include "tools/listen/report_text.h"
 #include "tools/text_table.h"
-#include "utils/utils_json.h"
 
 namespace cv::tools {
 
@@ -116,7 +116,7 @@ void write_facts(Writer& writer, const InspectedPacket& inspected) {
   };
   writer.StartObject();
   writer.Key("packet");
-  writer.String(packet.name.data(), static_cast<rapidjson::SizeType>(packet.name.size()));
+  write_string(writer, packet.name);
   number("seconds", facts.seconds);
   count("frames", facts.frames);
   count("frames_with_points", facts.frames_with_points);

@@ -1,7 +1,7 @@
 
+#include "tools/json_text.h"
 #include "tools/lint/lint_command.h"
 #include "tools/text_table.h"
-#include "utils/utils_json.h"
 
 namespace cv::tools {
 
@@ -22,7 +22,7 @@ std::string summary(const LintResult& result) {
 
 void write_text(Writer& writer, const char* name, std::string_view text) {
   writer.Key(name);
-  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  write_string(writer, text);
 }
 
 void write_finding(Writer& writer, const LintFinding& finding) {
