@@ -40,6 +40,9 @@ TEST(Configuration, LogsWhatTheSetterAnswersAndEndsAtTheFirstRefusal) {
               c.level + std::string(" conf_configuration CONFIGURATION: ") + c.text);
   }
   const cv::test::TemporaryFolder folder;
+  EXPECT_FALSE(Scripted().parse_file(folder.write("node.conf", "#\n\na\na=b=c\nb")));
+  EXPECT_EQ(log.texts().back(),
+            "ERROR conf_configuration CONFIGURATION: incorrect option format at line 3: \"a=b=c\"");
   EXPECT_FALSE(Scripted().parse_file(folder.path()));
   EXPECT_TRUE(log.has_containing("CONFIGURATION: failed to read file [" + folder.path() + "]"));
 }

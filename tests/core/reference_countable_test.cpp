@@ -1,6 +1,7 @@
 #include "core/reference_countable.h"
 
 #include <gtest/gtest.h>
+#include <thread>
 
 #include "support/log_capture.h"
 
@@ -8,13 +9,14 @@ namespace {
 
 using cv::rc_ptr;
 
-int destroyed = 0;
+std::atomic<int> destroyed;
 
 struct Object : cv::ReferenceCountable {
   ~Object() override { ++destroyed; }
 };
 
 TEST(ReferenceCountable, TheLastReferenceDestroysOnce) {
+  destroyed = 0;
   rc_ptr<Object> first(new Object);
   rc_ptr<Object> second = first;
   rc_ptr<Object> moved = std::move(first);
@@ -36,6 +38,17 @@ TEST(ReferenceCountable, TheLastReferenceDestroysOnce) {
   EXPECT_EQ(log.texts(), std::vector<std::string>{
                              "ERROR reference_countable RC_PTR: possibly a memory leak: "
                              "impossible to release pointer with negative reference count"});
+}
+
+TEST(ReferenceCountable, CountsAcrossThreads) {
+  destroyed = 0;
+  {
+    const auto copy_often = [object = rc_ptr<Object>(new Object)] {
+      for (int k = 0; k < 20000; ++k) rc_ptr<Object> another = object;
+    };
+    const std::jthread one(copy_often), two(copy_often);
+  }
+  EXPECT_EQ(destroyed, 1);
 }
 
 }  // namespace

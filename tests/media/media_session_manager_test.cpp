@@ -13,15 +13,6 @@ using namespace cv::media;
 using cv::test::CallPackets;
 using cv::test::deliver;
 
-/// Has no memory for sessions on request.
-struct Manager : SessionManager {
-  using SessionManager::SessionManager;
-  Session* create_session(const StartPacket& packet, int& error) override {
-    return fails ? nullptr : SessionManager::create_session(packet, error);
-  }
-  bool fails = false;
-};
-
 struct SessionManagerTest : testing::Test {
   void in(const std::vector<Datagram>& datagrams) {
     for (const Datagram& datagram : datagrams) deliver(manager, datagram);
@@ -30,19 +21,9 @@ struct SessionManagerTest : testing::Test {
   cv::test::LogCapture log;
   cv::test::FakeClock clock;
   SessionManagerStatistic statistic;
-  Manager manager{statistic, clock};
+  SessionManager manager{statistic, clock};
   const CallPackets one{1}, two{2}, three{3};
 };
-
-TEST_F(SessionManagerTest, AFailedStartLeavesWhatWasThere) {
-  in({one.data(0, 1)});
-  manager.fails = true;
-  in({one.start(), two.start()});
-  EXPECT_EQ(statistic.allocation_errors.get(), 2u);
-  EXPECT_EQ(statistic.zombies.get(), 1u);
-  EXPECT_EQ(statistic.sessions.get(), 1u);
-  EXPECT_EQ(log.count_containing("allocation failed"), 2u);
-}
 
 // What is in the table goes on as ever; the rest is counted, and said once in five seconds.
 TEST_F(SessionManagerTest, SaysThatTheTableIsFullOnceInFiveSeconds) {
