@@ -14,7 +14,6 @@ namespace cv::tools {
 namespace {
 
 void check(const AnalyseOptions& options) {
-  if (!feature_bits(options.features)) throw CLI::ValidationError("--features", "unknown name");
   if (feature_bits(options.features) == 0) {
     throw CLI::ValidationError("--features", "none leaves nothing to analyse");
   }
@@ -31,9 +30,6 @@ void check(const AnalyseOptions& options) {
   }
   if (options.pair && options.recordings.size() != 2) {
     throw CLI::ValidationError("--pair", "takes two RECORDINGs");
-  }
-  if (!options.uuid.empty() && !parse_uuid(options.uuid)) {
-    throw CLI::ValidationError("--uuid", "is not 32 hexadecimal digits");
   }
 }
 
@@ -76,13 +72,16 @@ void add_analyse_command(CLI::App& app, int& status) {
       ->add_option("--features", options->features,
                    "samples, activity, activity-originator, activity-terminator")
       ->delimiter(',')
+      ->check(&feature_complaint)
       ->allow_extra_args(false)  // what follows is a RECORDING
       ->capture_default_str();
   command->add_option("--config", options->config_file,
                       "the node's settings file (default: the node's defaults)");
   command->add_option("--args", options->args, "settings on top of it, as the node's --args");
-  command->add_option("--uuid", options->uuid,
-                      "session_uuid of the one RECORDING (default: made from its name)");
+  command
+      ->add_option("--uuid", options->uuid,
+                   "session_uuid of the one RECORDING (default: made from its name)")
+      ->check(&uuid_complaint);
   command->add_option("--timestamp", options->timestamp, "session_timestamp of the calls")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();

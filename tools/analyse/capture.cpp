@@ -51,10 +51,11 @@ std::string for_each_frame(pcap_t* file, const OnFrame& on_frame) {
   return result == PCAP_ERROR ? pcap_geterr(file) : "";
 }
 
+/// Without the empty ones.
 std::string joined(const std::vector<std::string>& texts) {
   std::string out;
   for (const std::string& text : texts) {
-    if (!out.empty()) out += ", ";
+    if (!out.empty() && !text.empty()) out += ", ";
     out += text;
   }
   return out;
@@ -74,18 +75,17 @@ void count(const RtpPacket& packet, int64_t at_us, CapturedStream& stream) {
   stream.payload_types.insert(packet.payload_type);
 }
 
+/// Empty when there is none.
+std::string counted(uint64_t number, const char* what) {
+  return number == 0 ? "" : std::to_string(number) + " " + what;
+}
+
 std::string fault_text(const RtpFaults& faults) {
-  std::vector<std::string> texts;
-  const auto add = [&](uint64_t number, const char* what) {
-    if (number != 0) texts.push_back(std::to_string(number) + what);
-  };
-  add(faults.lost, " packet(s) lost");
-  add(faults.late, " late or repeated");
-  add(faults.other_type, " of other payload types");
-  add(faults.stray, " stray");
-  add(faults.restarts, " restart(s) of sequence or time stamps");
-  add(faults.cut_gaps, " gap(s) cut to 300 s");
-  return joined(texts);
+  return joined({counted(faults.lost, "packet(s) lost"), counted(faults.late, "late or repeated"),
+                 counted(faults.other_type, "of other payload types"),
+                 counted(faults.stray, "stray"),
+                 counted(faults.restarts, "restart(s) of sequence or time stamps"),
+                 counted(faults.cut_gaps, "gap(s) cut to 300 s")});
 }
 
 /// Silence in front of the side that begins later: both sides have the call's time.
@@ -207,14 +207,9 @@ std::string capture_table(const Capture& capture) {
 }
 
 std::string capture_faults(const Capture& capture) {
-  std::vector<std::string> faults;
-  const auto add = [&](uint64_t number, const char* what) {
-    if (number != 0) faults.push_back(std::to_string(number) + what);
-  };
-  add(capture.truncated, " packet(s) captured in part only");
-  add(capture.fragments, " fragment(s) of packets");
-  if (!capture.ends_early.empty()) faults.push_back("it ends early: " + capture.ends_early);
-  return joined(faults);
+  return joined({counted(capture.truncated, "packet(s) captured in part only"),
+                 counted(capture.fragments, "fragment(s) of packets"),
+                 capture.ends_early.empty() ? "" : "it ends early: " + capture.ends_early});
 }
 
 RecordingSource call_source(const std::string& path, const CallStreams& streams) {

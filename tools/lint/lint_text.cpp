@@ -1,4 +1,3 @@
-
 #include "tools/json_text.h"
 #include "tools/lint/lint_command.h"
 #include "tools/text_table.h"

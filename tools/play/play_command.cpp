@@ -142,6 +142,14 @@ std::optional<media::Uuid> parse_uuid(const std::string& text) {
   return uuid;
 }
 
+std::string feature_complaint(const std::string& name) {
+  return feature_bits({name}) ? "" : "unknown name";
+}
+
+std::string uuid_complaint(const std::string& text) {
+  return parse_uuid(text) ? "" : "is not 32 hexadecimal digits";
+}
+
 int run_play(const PlayOptions& options) {
   std::string error;
   const auto to = parse_endpoint(options.to, error);
@@ -174,11 +182,13 @@ void add_play_command(CLI::App& app, int& status) {
       ->check(CLI::NonNegativeNumber);
   command->add_option("--report-to", options->report_to, "where the node sends reports, HOST:PORT");
   command->add_option("--call-id", options->call_id, "text (default: made from the uuid)");
-  command->add_option("--uuid", options->uuid, "32 hexadecimal digits (default: random)");
+  command->add_option("--uuid", options->uuid, "32 hexadecimal digits (default: random)")
+      ->check(&uuid_complaint);
   command
       ->add_option("--features", options->features,
                    "samples, activity, activity-originator, activity-terminator, none")
       ->delimiter(',')
+      ->check(&feature_complaint)
       ->allow_extra_args(false)  // what follows is a FILE
       ->capture_default_str();
   command
@@ -191,10 +201,6 @@ void add_play_command(CLI::App& app, int& status) {
   command->callback([options, &status] {
     if (!options->silent_side.empty() && options->files.size() > 1) {
       throw CLI::ValidationError("--silence", "has no meaning with two recordings");
-    }
-    if (!feature_bits(options->features)) throw CLI::ValidationError("--features", "unknown name");
-    if (!options->uuid.empty() && !parse_uuid(options->uuid)) {
-      throw CLI::ValidationError("--uuid", "is not 32 hexadecimal digits");
     }
     status = run_play(*options);
   });

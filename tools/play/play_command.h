@@ -30,6 +30,10 @@ std::optional<uint8_t> feature_bits(const std::vector<std::string>& names);
 /// 32 hexadecimal digits, with or without dashes, and nothing else.
 std::optional<media::Uuid> parse_uuid(const std::string& text);
 
+/// What is wrong with a feature's name or a uuid on the command line; empty: nothing.
+std::string feature_complaint(const std::string& name);
+std::string uuid_complaint(const std::string& text);
+
 /// An exit status. A stop signal breaks the call off, with its TERM sent, as a failure.
 int run_play(const PlayOptions& options);
 
