@@ -138,7 +138,7 @@ TEST(Pipeline, AnalysesFollowTheCallsFeaturesAndTheNewestConfiguration) {
         "ERROR ignored due to absence of hash data (rule id: 5)", "SYSTEM started (rt v: 4)"},
        0},
       {"AUDIO_ACTIVITY: ",
-       {"04", "0", "1"},
+       {"04", "0", "1", "04", "0"},  // the same features once more change nothing
        {"SYSTEM originator" + options, "SYSTEM terminator inactive"},
        1},
       {"AUDIO_ACTIVITY: ",
