@@ -88,7 +88,10 @@ class FloodMaker {
   /// Random bytes; for the greater part those that the first checks look at are right.
   void make_noise(media::Datagram& out) {
     out.resize(1 + draw(max_datagram_bytes));
-    std::generate(out.begin(), out.end(), [this] { return static_cast<uint8_t>(m_random()); });
+    for (std::size_t at = 0; at + sizeof(uint64_t) <= out.size(); at += sizeof(uint64_t)) {
+      const uint64_t noise = m_random();
+      std::memcpy(out.data() + at, &noise, sizeof noise);
+    }
     if (out.size() < sizeof(media::PacketHeader)) return;
     const std::size_t right = draw(4);
     const auto type = static_cast<uint8_t>(media::PACKET_START + draw(4));

@@ -15,17 +15,13 @@ TEST(NodeConfiguration, RefusesWhatItCannotUse) {
     int expected;
     const char* reason;
   } cases[] = {
-      {"report_logging_enabled", "yes", -1, ""},
       {"report_transfer_disabled", "sample_detection|x", -255, "unknown value: x"},
       {"report_transfer_host", "127.0.0.1:x", -1, ""},
       {"audio_detection_drift", "4", -255, "[audio_detection_drift] must not exceed [3]"},
       {"audio_detection_drift", "-1", -1, ""},
       {"segment_detection_default_deviation_threshold", "1e999", -1, ""},
-      {"Report_logging_enabled", "true", 1, ""},
-      {"port", "70000", -1, ""},
       {"media_receive_buffer_bytes", "1073741824", -255,
        "[media_receive_buffer_bytes] must not exceed [1073741823]"},
-      {"session_limit", "-1", -1, ""},
       {"media_sources", "10.0.0.1,here", -255, "[here] is no IPv4 address or network"},
       {"report_destinations", "10.0.0.1/8", -255,
        "[10.0.0.1/8] has bits behind its network, which is [10.0.0.0/8]"},
