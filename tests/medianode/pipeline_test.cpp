@@ -116,6 +116,12 @@ TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   EXPECT_EQ(member(texts[0], "offset_ms"), "1.584");
 }
 
+TEST(Pipeline, HoldsNoSessionForACallWithoutAnalyses) {
+  Pipeline pipeline;
+  pipeline.send(CallPackets().start(start_fields(0xC0)));  // bits of none
+  EXPECT_EQ(pipeline.statistic.sessions.get(), 0u);
+}
+
 TEST(Pipeline, AnalysesFollowTheCallsFeaturesAndTheNewestConfiguration) {
   const std::string options =
       " started, options: version = 7, sig_threshold = 1.5, pow_threshold = 0.75, dev_threshold = "
