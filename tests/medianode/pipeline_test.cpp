@@ -116,10 +116,10 @@ TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
   EXPECT_EQ(member(texts[0], "offset_ms"), "1.584");
 }
 
-TEST(Pipeline, HoldsNoSessionForACallWithoutAnalyses) {
+TEST(Pipeline, HoldsACallWithoutAnalysesAsAZombie) {
   Pipeline pipeline;
   pipeline.send(CallPackets().start(start_fields(0xC0)));  // bits of none
-  EXPECT_EQ(pipeline.statistic.sessions.get(), 0u);
+  EXPECT_EQ(pipeline.statistic.zombies.get(), 1u);
 }
 
 TEST(Pipeline, AnalysesFollowTheCallsFeaturesAndTheNewestConfiguration) {
