@@ -192,6 +192,7 @@ class CallPage(PageTest):
             self.assertAlmostEqual(frame * FRAME_S, begin + (x - left - LEFT) / (width - LEFT - RIGHT) * (end - begin), delta=0.03)
             compared += self.check_values(page, frame)
         self.assertGreater(compared, 80)
+        self.assertEqual({row["recording"] for row in self.frames.values()}, {str(self.call)})
 
     def test_findings_are_marked_when_they_were_reported(self):
         page = self.open()

@@ -146,6 +146,9 @@ TEST_F(CaptureTest, StreamsAreListedAndPickedAndBeginTogether) {
     }
   };
   add(0, 0xAAAA, payload_type_mulaw, 1, 2);
+  add(400, 0xBBBB, payload_type_mulaw, 3, 2);
+  EXPECT_FALSE(read(write(DLT_RAW, frames))) << "two of one direction are no call";
+  frames.resize(3);
   add(500, 0xBBBB, payload_type_alaw, 2, 1);
   // What is no stream of audio: once alone, RTCP, other UDP.
   frames.push_back({ipv4(udp(rtp({9, 0, codes(0), 0, 0xCCCC}))), 600000});

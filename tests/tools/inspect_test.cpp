@@ -46,24 +46,13 @@ TEST(PacketFile, SaysWhatIsWrongAndWhere) {
   }
 }
 
-TEST(Inspect, FactsAreThoseOfThePoints) {
-  const PacketFacts facts = packet_facts({{low, 0},
-                                          {low, 2},
-                                          {high, 2},
-                                          {other, 2},
-                                          {low, 9},
-                                          {high, 12},
-                                          {0, 5},
-                                          {low | 1u << 24, 13}},
-                                         2);
-  EXPECT_EQ(facts.frames, 14u);
-  EXPECT_EQ(facts.frames_with_points, 6u);
-  EXPECT_EQ(facts.least_phases, 3u);
-  EXPECT_EQ(facts.least_spacing_frames, 2u);
-  EXPECT_EQ(facts.distinct_hashes, 5u);
-  EXPECT_EQ(facts.commonest, (std::vector<HashCount>{{low, 3}, {high, 2}}));
+TEST(Inspect, PointsThatNoNodeWouldMakeAreForeign) {
+  const PacketFacts facts = packet_facts(
+      {{low, 0}, {low, 3}, {high, 3}, {other, 3}, {low, 5}, {0, 4}, {low | 1u << 24, 13}}, 2);
   EXPECT_EQ(facts.foreign_points, 2u);
-  EXPECT_EQ(facts.first_foreign_point, 6u);
+  EXPECT_EQ(facts.first_foreign_point, 5u);
+  EXPECT_EQ(facts.least_spacing_frames, 2u);
+  EXPECT_EQ(facts.commonest, (std::vector<HashCount>{{low, 3}, {0, 1}}));
 }
 
 TEST(Inspect, VotesComeFromTheSpeechOrTheOtherPackets) {

@@ -21,83 +21,40 @@ LoadPlan small_plan() {
   return {.slots = 2, .scripts = 2, .call_blocks = 3, .ramp_ticks = 40, .end_tick = 110};
 }
 
-std::vector<CallScript> silent_scripts() {
-  CallScript script;
-  for (auto& side : script.sides) side.resize(3 * block_samples);
-  return {script, script};
-}
-
-/// Of any type; what the packet does not have is 0.
-media::DataPacket packet_of(const std::string& text) {
-  media::DataPacket packet{};
-  std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
-  return packet;
-}
-
-/// The packets of a plan, as a node receives them.
-class LoadSenderTest : public testing::Test {
- protected:
-  const std::vector<std::string>& play(const LoadPlan& plan,
-                                       const std::vector<CallScript>& scripts) {
-    const sockaddr_in to{AF_INET, htons(m_node.port()), {htonl(INADDR_LOOPBACK)}, {}};
-    EXPECT_TRUE(m_socket.open(0, INADDR_LOOPBACK));
-    EXPECT_EQ(connect(m_socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
-    m_sender = std::make_unique<LoadSender>(plan, scripts, LoadCalls{{.rule = 7}, run},
-                                            m_socket.descriptor(), steady_clock().now_us());
-    EXPECT_EQ(m_sender->start(), 0);
-    EXPECT_EQ(m_sender->stop(), 0);
-    EXPECT_EQ(m_sender->end_tick(), plan.end_tick);
-    EXPECT_EQ(m_sender->packets_sent(), m_node.texts().size());
-    EXPECT_EQ(m_sender->packets_refused(), 0u);
-    return m_node.texts();
+TEST(LoadSender, PlaysCallsToTheirEndsWithFatesAndSwitches) {
+  test::UdpReceiver node;
+  net::Socket socket;
+  const sockaddr_in to{AF_INET, htons(node.port()), {htonl(INADDR_LOOPBACK)}, {}};
+  ASSERT_TRUE(socket.open(0, INADDR_LOOPBACK));
+  ASSERT_EQ(connect(socket.descriptor(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+  // Two calls in one slot, the second one broken off after its third block.
+  std::vector<CallScript> scripts(1);
+  for (auto& side : scripts[0].sides) side.resize(5 * block_samples);
+  scripts[0].fates[0] = {Fate::lost, Fate::late, Fate::arrives, Fate::twice, Fate::arrives};
+  scripts[0].switches = {{2, 0}, {2, 0x30}, {4, 0x3C}};
+  const LoadPlan plan = {.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 150};
+  LoadSender sender(plan, scripts, {{.rule = 7}, run}, socket.descriptor(),
+                    steady_clock().now_us());
+  ASSERT_EQ(sender.start(), 0);
+  ASSERT_EQ(sender.stop(), 0);
+  // Side and number of a block, features of a control packet, times in milliseconds.
+  std::map<media::Uuid, std::ostringstream> sent;
+  for (const std::string& text : node.texts()) {
+    media::DataPacket packet{};
+    std::memcpy(&packet, text.data(), std::min(text.size(), sizeof packet));
+    std::ostringstream& call = sent[packet.uuid];
+    if (packet.type == media::PACKET_START) call << "START ";
+    if (packet.type == media::PACKET_DATA) call << packet.side() << packet.seq << " ";
+    if (packet.type == media::PACKET_CTRL) call << "c" << int{static_cast<uint8_t>(text.back())};
+    if (packet.type != media::PACKET_DATA) call << "@" << packet.mt / 1000 << " ";
+    if (packet.type == media::PACKET_TERM) call << "TERM";
   }
-
-  test::UdpReceiver m_node;
-  net::Socket m_socket;
-  std::unique_ptr<LoadSender> m_sender;
-};
-
-TEST_F(LoadSenderTest, PlaysEveryCallOfThePlanWhole) {
-  const auto scripts = silent_scripts();
-  // START, side and number of each block, TERM, each at its media time in milliseconds.
-  std::map<media::Uuid, std::string> sent;
-  for (const std::string& text : play(small_plan(), scripts)) {
-    const media::DataPacket packet = packet_of(text);
-    std::string& call = sent[packet.uuid];
-    if (packet.type == media::PACKET_START) call += "START";
-    if (packet.type == media::PACKET_TERM) call += "TERM";
-    if (packet.type == media::PACKET_DATA) {
-      call.append(std::to_string(packet.side())).append(".").append(std::to_string(packet.seq));
-    }
-    call.append("@").append(std::to_string(packet.mt / 1000)).append(" ");
-  }
-  // The third call starts at 60, the last one at 81 of 110 ms.
-  const std::string two = "START@0 0.1@0 1.1@0 0.2@20 1.2@20 ", three = two + "0.3@40 1.3@40 ";
-  const std::map<media::Uuid, std::string> expected = {{load_uuid(run, 0), three + "TERM@60 "},
-                                                       {load_uuid(run, 1), three + "TERM@60 "},
-                                                       {load_uuid(run, 2), three + "TERM@50 "},
-                                                       {load_uuid(run, 3), two + "TERM@29 "}};
-  EXPECT_EQ(sent, expected);
-}
-
-TEST_F(LoadSenderTest, PlaysTheFatesAndSwitchesOfAScript) {
-  CallScript script;
-  for (auto& side : script.sides) side.resize(5 * block_samples);
-  script.fates[0] = {Fate::lost, Fate::late, Fate::arrives, Fate::twice, Fate::arrives};
-  script.switches = {{2, 0}, {2, 0x30}, {4, 0x3C}};
-  const std::vector<CallScript> scripts = {script};
-  std::ostringstream sent;  // features of a control packet, else side and number
-  for (const std::string& text :
-       play({.slots = 1, .scripts = 1, .call_blocks = 5, .end_tick = 100}, scripts)) {
-    const media::DataPacket packet = packet_of(text);
-    if (packet.type == media::PACKET_CTRL) {
-      sent << "c" << unsigned{static_cast<uint8_t>(text.back())} << " ";
-    }
-    if (packet.type == media::PACKET_DATA) sent << packet.side() << packet.seq << " ";
-  }
-  EXPECT_EQ(sent.str(), "11 12 c0 c48 03 02 13 04 04 14 c60 05 15 ");
-  EXPECT_EQ(m_sender->packets_left_out(), 1u);
-  EXPECT_EQ(m_sender->packets_repeated(), 2u);
+  EXPECT_EQ(sent[load_uuid(run, 0)].str(),
+            "START @0 11 12 c0@40 c48@40 03 02 13 04 04 14 c60@80 05 15 @100 TERM");
+  EXPECT_EQ(sent[load_uuid(run, 1)].str(), "START @0 11 12 c0@40 c48@40 03 02 13 @50 TERM");
+  EXPECT_EQ(sender.packets_left_out(), 2u);
+  EXPECT_EQ(sender.packets_repeated(), 3u);
+  EXPECT_EQ(sender.packets_sent(), node.texts().size());
 }
 
 TEST(Impairment, ALatePacketsSuccessorArrives) {
@@ -134,7 +91,7 @@ struct LoadJudgeTest : testing::Test {
   const std::string m_busy =
       R"("type": "corvanth_detection", "call_side": "terminator", "sample_name": "busy")";
   const LoadPlan m_plan = small_plan();
-  std::vector<CallScript> m_scripts = silent_scripts();
+  std::vector<CallScript> m_scripts = std::vector<CallScript>(2);
   LoadJudge m_judge{m_plan, m_scripts, run, 1000};
 };
 
