@@ -12,10 +12,13 @@ import time
 
 # An input that takes longer, or a target that needs more memory, is a finding.
 LONGEST_INPUT_S = 20
+SLOW_INPUT_S = 10  # libFuzzer keeps such an input, too
 MOST_MEMORY_MIB = 2048
 
 # On a machine so busy that a target gets less than this share of a processor, its run ends early.
 LEAST_SHARE = 0.02
+
+TIMEOUT_STATUS = 70  # libFuzzer's
 
 BUILD = pathlib.Path("build/fuzz")
 
@@ -39,7 +42,7 @@ class Run:
         dictionary = pathlib.Path(f"fuzz/dictionaries/{self.target}.dict")
         seeds = [f for f in (BUILD / "seeds" / self.target, pathlib.Path("fuzz/corpus") / self.target)
                  if f.is_dir()]
-        return ([self.binary(), f"-max_total_time={int(seconds / LEAST_SHARE)}",
+        return (["setpriv", "--pdeathsig", "KILL", self.binary(), f"-max_total_time={int(seconds / LEAST_SHARE)}",
                  f"-timeout={LONGEST_INPUT_S}",
                  f"-rss_limit_mb={MOST_MEMORY_MIB}", "-print_final_stats=1", "-use_value_profile=0",
                  f"-artifact_prefix={self.findings}/"]
@@ -53,26 +56,54 @@ class Run:
         shutil.rmtree(self.findings, ignore_errors=True)
         for folder in (self.corpus, self.log.parent, self.findings):
             folder.mkdir(parents=True, exist_ok=True)
-        # Files that a target writes are small and gone at once.
-        memory = {"TMPDIR": "/dev/shm"} if os.access("/dev/shm", os.W_OK) else {}
+        self.processor_s = 0
         with self.log.open("wb") as log:
-            process = subprocess.Popen(self.command(seconds), stdout=log, stderr=log,
-                                       env=os.environ | memory)
-            self.status = self.wait(process, seconds)
-        return self
+            while True:
+                process = subprocess.Popen(self.command(seconds), stdout=log, stderr=log, env=self.environment())
+                self.status = self.wait(process, seconds)
+                starved = self.drop_starved() and self.status == TIMEOUT_STATUS and not self.found()
+                if not starved:
+                    return self
+                self.status = 0
+                if self.processor_s >= seconds:
+                    return self
+
+    @staticmethod
+    def environment():
+        # Files that a target writes are small and gone at once.
+        return os.environ | ({"TMPDIR": "/dev/shm"} if os.access("/dev/shm", os.W_OK) else {})
 
     def wait(self, process, seconds):
         """Ends the run when it has had so much processor time: what else the machine does then makes it
         longer, not thinner. libFuzzer ends at SIGUSR1 as it does when its time is over."""
-        self.processor_s = 0
+        before = self.processor_s
         asked = False
         while process.poll() is None:
-            self.processor_s = processor_seconds(process.pid)
+            self.processor_s = before + processor_seconds(process.pid)
             if self.processor_s >= seconds and not asked:
                 process.send_signal(signal.SIGUSR1)
                 asked = True
             time.sleep(0.2)
         return process.returncode
+
+    def drop_starved(self):
+        """libFuzzer's clock is on the wall: an input during which the process got no processor looks slow.
+        Whether one was dropped that does not take long by itself."""
+        dropped = False
+        for path in self.found():
+            kind = path.name.partition("-")[0]
+            if kind in ("timeout", "slow") and self.processor_s_of(path) < SLOW_INPUT_S:
+                path.unlink()
+                dropped = True
+        return dropped
+
+    def processor_s_of(self, path):
+        """Of one input; no more than LONGEST_INPUT_S."""
+        process = subprocess.Popen(["prlimit", f"--cpu={LONGEST_INPUT_S}", self.binary(), "-timeout=0", str(path)],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=self.environment())
+        used = os.wait4(process.pid, 0)[2]
+        process.returncode = 0  # it is reaped
+        return used.ru_utime + used.ru_stime
 
     def row(self):
         text = self.log.read_text(errors="replace")
@@ -81,7 +112,8 @@ class Run:
             found = re.findall(pattern, text)
             return found[-1] if found else "?"
 
-        return [self.target, f"{self.processor_s:.0f}", last(r"stat::number_of_executed_units: +(\d+)"),
+        executions = str(sum(map(int, re.findall(r"stat::number_of_executed_units: +(\d+)", text))))
+        return [self.target, f"{self.processor_s:.0f}", executions,
                 last(r" cov: (\d+)"), last(r" ft: (\d+)"), last(r" corp: (\d+)/"), last(r"stat::peak_rss_mb: +(\d+)"),
                 str(len(self.found()))]
 
