@@ -263,16 +263,11 @@ TEST_F(CaptureTest, ItsCallIsAnalysedAsARecordingOfItIs) {
   for (uint16_t i = 0; i < heard.size() / 160; ++i) {
     frames.push_back({ipv4(udp(rtp({i, i * 160U, heard.substr(i * 160U, 160)}))), i * 20000});
   }
-  const std::vector<std::string> analyse = {
-      "analyse",
-      "--samples",
-      folder / "samples",
-      "--uuid",
-      std::string(32, 'a'),
-      "--rule",
-      "1",
-      "--rules",
-      folder.write("rules.json", R"({"rules": [{"id": 1, "samples": ["*"]}]})")};
+  const std::string rules =
+      folder.write("rules.json", R"({"rules": [{"id": 1, "samples": ["*"]}]})");
+  const std::vector<std::string> analyse = {"analyse",          "--rules", rules,
+                                            "--rule",           "1",       "--samples",
+                                            folder / "samples", "--uuid",  std::string(32, 'a')};
   const auto lines = test::run_command(analyse, {"--side", "terminator", folder / "heard.wav"});
   EXPECT_TRUE(lines.prints("corvanth_detection")) << lines.err;
   const std::string path = write(DLT_RAW, frames);

@@ -101,14 +101,12 @@ TEST_F(EvaluateCommand, GivesTheSameOnAnyNumberOfThreadsAndRecommends) {
   for (const std::string kind : {"", ".csv", ".html"})
     EXPECT_EQ(read("1" + kind), read("3" + kind));
 
+  EXPECT_TRUE(read("1").ends_with("]}]} // ours"));
   std::string error;
   const auto rules = parse_rules(read("1"), error);
   ASSERT_TRUE(rules) << error;
-  const auto& samples = rules->rules.at(0).samples;
-  ASSERT_EQ(samples.size(), 9u) << "the pattern and each";
-  for (std::size_t i = 1; i < samples.size(); ++i) EXPECT_LT(samples[i].threshold, 4.5);
-  EXPECT_TRUE(read("1").ends_with("]}]} // ours"));
-  EXPECT_EQ(read("rules.json"), R"({"rules": [{"id": 3, "samples": ["*"]}]} // ours)");
+  EXPECT_EQ(rules->rules.at(0).samples.size(), 9u) << "the pattern and each";
+  EXPECT_LT(rules->rules[0].samples.back().threshold, 4.5);
 
   // Nothing is written over.
   m_folder.write("rules.recommended.json", "ours, too");
