@@ -6,6 +6,16 @@
 
 namespace cv::audio {
 
+namespace {
+
+/// Of a flat spectrum there is little but what the entropy was rounded by: 1e-12 at most, times the
+/// logarithm of the largest power.
+bool tonal_power_in_doubt(const SpectrumFrame& frame, double threshold) {
+  return std::fabs(tonal_power(frame) - threshold) < 1e-10;
+}
+
+}  // namespace
+
 double tonal_power(const SpectrumFrame& frame) {
   const double power = frame.power > 1.0 ? std::log10(frame.power) : 0;
   return power * (1 - frame.entropy);
@@ -23,7 +33,7 @@ void SegmentDetector::handle_frame(const SpectrumFrame& frame, SegmentDetectorCa
 bool SegmentDetector::is_active(const SpectrumFrame& frame) const {
   if (frame.amplitude < m_options.sig_threshold) return false;
   const bool doubtful = in_doubt(frame.deviation, m_options.dev_threshold) ||
-                        in_doubt(tonal_power(frame), m_options.pow_threshold);
+                        tonal_power_in_doubt(frame, m_options.pow_threshold);
   return doubtful ? has_active_spectrum(with_exact_statistics(frame)) : has_active_spectrum(frame);
 }
 
