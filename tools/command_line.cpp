@@ -1,6 +1,8 @@
 #include "tools/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdint>
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
@@ -23,6 +25,15 @@ void fill_standard_descriptors() {
 }
 
 }  // namespace
+
+std::string whole_number_complaint(const std::string& text) {
+  uint64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  const bool padded = text.size() > 1 && text.front() == '0';
+  if (error == std::errc() && stop == end && !padded) return {};
+  return "Value " + text + " is no whole number of at most 18446744073709551615";
+}
 
 int run_command_line(int argc, const char* const* argv) {
   fill_standard_descriptors();

@@ -1,6 +1,8 @@
 // The command line of the operator's tool.
 #pragma once
 
+#include <string>
+
 namespace CLI {
 class App;
 }
@@ -11,6 +13,10 @@ namespace cv::tools {
 inline constexpr int exit_done = 0;
 inline constexpr int exit_failed = 1;
 inline constexpr int exit_usage = 2;
+
+/// For options of 64 bits: empty, or what is wrong with `text`. The parser of options would let "-1" and
+/// what is too large wrap around, and take "010" for 8.
+std::string whole_number_complaint(const std::string& text);
 
 /// Runs the named command; returns the exit status of the process.
 int run_command_line(int argc, const char* const* argv);

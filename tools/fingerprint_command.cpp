@@ -76,6 +76,7 @@ int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::o
       fail(file, error);
       continue;
     }
+    if (fingerprint->points.empty()) fail(file, "no points, no node finds it");
     if (!options.output.empty() &&
         !write_packet(options.output, audio::write_sample_packet(fingerprint->points))) {
       fail(options.output, "cannot be written");

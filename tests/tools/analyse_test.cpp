@@ -130,6 +130,7 @@ TEST_F(Analyse, TablesHoldEveryFrameAndTheScoresOfWhatCameNearest) {
   EXPECT_EQ(analyse({known, "--plot", page}).out, watched.out);
   EXPECT_TRUE(analyse({known, known, "--plot", page}).says("one --plot for 2 recordings"));
   EXPECT_TRUE(analyse({known, "--plot", m_folder / "nowhere/page.html"}).says("cannot be written"));
+  EXPECT_TRUE(analyse({known, "--track", "40"}).says("rule 1 has no sample named 40"));
 }
 
 TEST_F(Analyse, WhatIsNoRecordingIsNamedAndTheOthersAreAnalysed) {

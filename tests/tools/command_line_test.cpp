@@ -1,5 +1,5 @@
 #include "support/run_command.h"
-#include "support/temporary_folder.h"
+#include "support/sound_folder.h"
 
 namespace cv::tools {
 namespace {
@@ -8,7 +8,10 @@ TEST(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
   const test::TemporaryFolder folder;
   const std::string file = folder.write("a.wav", "no audio");
   const std::vector<std::string> site = {"--samples", folder.path(), "--rules", file};
-  const std::vector<std::string> play = {"play", "--to", "127.0.0.1:9", "--rule", "1"};
+  const std::vector<std::string> play = {"play", "--to", "127.0.0.1:9"};
+  const std::string packet = folder.write("a.packet", {"GH\0\0\0\0\0\0", 8});
+  const std::string silence = folder / "silence.wav";
+  test::write_sound(silence, std::vector<int16_t>(8000), 8000, 1);
   const std::vector<std::string> listen = {"listen", "--port", "0", "--timeout", "0.01"};
   const struct {
     int status;
@@ -16,13 +19,17 @@ TEST(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
   } table[] = {
       {0, {"--help"}, {}},
       {2, {}, {}},
-      {2, {"fingerprint", "--phases", "129", file}, {}},
       {2, {"fingerprint", "-o", "x", file, file}, {}},
+      {1, {"fingerprint", "-o", "/dev/null", silence}, {}},
       {1, {"inspect", file}, {}},
+      {1, {"inspect", packet, "--speech", file}, {}},
       {2, {"lint", "--ignore", "nothing"}, site},
       {1, {"lint"}, site},
-      {2, play, {"--uuid", "12", file}},
-      {1, play, {"/nonexistent.wav"}},
+      {2, play, {"--rule", "1", "--uuid", "12", file}},
+      {1, play, {"--rule", "1", "/nonexistent.wav"}},
+      {2, play, {"--rule", "-1", "/nonexistent.wav"}},
+      {2, play, {"--rule", "010", "/nonexistent.wav"}},
+      {2, play, {"--rule", "18446744073709551616", "/nonexistent.wav"}},
       {0, listen, {}},
       {1, listen, {"--count", "1"}},
       {2, {"configd", "--brokers", "b:1", "--embedded-broker"}, site},

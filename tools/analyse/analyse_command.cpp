@@ -133,6 +133,13 @@ class OutputFile {
   std::ofstream m_file;
 };
 
+bool has_sample(const audio::HashDatabase& database, const std::string& name) {
+  for (uint32_t position = 0; position < database.sample_count(); ++position) {
+    if (database.sample_at(position).metadata->name == name) return true;
+  }
+  return false;
+}
+
 /// What a thread hands over: texts, so that little is left for the one that writes.
 struct Result {
   Analysed analysed;  // without its trace
@@ -161,7 +168,7 @@ class AnalyseRun {
       return analysis;
     };
     auto first = make_analysis();
-    if (!rule_is_known(*first)) return exit_failed;
+    if (!rule_is_known(*first) || !tracks_are_known(*first)) return exit_failed;
     std::mutex first_lock;
     OrderedJobs<Result> jobs(m_sources.size(), m_options.jobs == 0 ? processors() : m_options.jobs);
     const auto make_worker = [&] {
@@ -201,6 +208,17 @@ class AnalyseRun {
     std::cerr << "corvanth: rule " << m_terms.rule << " finds no recording in " << m_options.samples
               << "\n";
     return false;
+  }
+
+  bool tracks_are_known(Analysis& analysis) const {
+    const RuleInForce rule = analysis.rule();
+    for (const std::string& name : m_options.trace.names) {
+      if (rule.database && has_sample(*rule.database, name)) continue;
+      std::cerr << "corvanth: --track: rule " << m_terms.rule << " has no sample named " << name
+                << "\n";
+      return false;
+    }
+    return true;
   }
 
   Result analyse(Analysis& analysis, const RecordingSource& source) const {

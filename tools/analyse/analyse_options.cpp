@@ -65,7 +65,7 @@ void add_analyse_command(CLI::App& app, int& status) {
   command->add_option("--samples", options->samples, "the recordings that configd serves");
   command->add_option("--rules", options->rules, "the rules that configd serves");
   command->add_option("--rule", options->rule, "the rule id of the calls")
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command->add_option("--state", options->state, "configd's state file (default: RULES.state)");
   add_sample_settings(*command, options->settings);
   command
@@ -83,12 +83,12 @@ void add_analyse_command(CLI::App& app, int& status) {
                    "session_uuid of the one RECORDING (default: made from its name)")
       ->check(&uuid_complaint);
   command->add_option("--timestamp", options->timestamp, "session_timestamp of the calls")
-      ->check(CLI::NonNegativeNumber)
+      ->check(&whole_number_complaint)
       ->capture_default_str();
   command
       ->add_option("--config-version", options->config_version,
                    "version of the configuration (default: the state file's, or 1)")
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command->add_option("--index", options->index,
                       "write a line for each recording: uuid, name, seconds, number of reports");
   command->add_option("--csv", options->csv, "write what the node sees of every frame");

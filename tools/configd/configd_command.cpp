@@ -237,7 +237,7 @@ void add_configd_command(CLI::App& app, int& status) {
   command
       ->add_option("--rate", options->rate_bytes,
                    "most bytes a second to send, 0 for no limit (with the embedded broker 1 MB)")
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command->callback([options, &status] {
     if (options->brokers.empty() && !options->embedded_broker) {
       throw CLI::RequiredError("--brokers or --embedded-broker");

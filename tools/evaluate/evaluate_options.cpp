@@ -143,7 +143,8 @@ void add_call_options(CLI::App& command, EvaluateOptions& options) {
       .add_option("--rules", options.rules,
                   "the rules that configd serves (default: look for every sample)")
       ->check(CLI::ExistingFile);
-  command.add_option("--rule", options.rule, "rule id, when there are several");
+  command.add_option("--rule", options.rule, "rule id, when there are several")
+      ->check(&whole_number_complaint);
   command
       .add_option("--truth", options.truth,
                   "what is played in which recording: lines of recording, side, sample and start")
@@ -187,7 +188,7 @@ void add_evaluate_command(CLI::App& app, int& status) {
   command
       ->add_option("--false-per-hour", options->false_per_hour,
                    "the table is about the lowest threshold with at most that many")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0.0, 1e9))
       ->capture_default_str();
   command->add_option("--csv", options->csv,
                       "write a line for every setting, condition and threshold");

@@ -15,18 +15,24 @@ namespace {
 /// Points of a call: one phase, all of them.
 constexpr FingerprintSettings as_called = {.phases = 1, .spacing_frames = 1, .max_repeat = 0};
 
-bool read_all(const InspectOptions& options, std::vector<NamedPacket>& packets, Points& speech,
-              std::ostream& err) {
+bool read_packets(const std::vector<std::string>& files, std::vector<NamedPacket>& packets,
+                  std::ostream& err) {
   bool good = true;
   std::string error;
-  for (const std::string& file : options.files) {
-    auto read = read_packets(file, error);
+  for (const std::string& file : files) {
+    auto read = tools::read_packets(file, error);
     if (!read) err << "corvanth: " << error << "\n";
     good = good && read;
     if (!read) continue;
     for (NamedPacket& packet : *read) packets.push_back(std::move(packet));
   }
-  for (const std::string& file : options.speech) {
+  return good;
+}
+
+bool read_speech(const std::vector<std::string>& files, Points& speech, std::ostream& err) {
+  bool good = true;
+  std::string error;
+  for (const std::string& file : files) {
     const auto read = fingerprint_file(file, as_called, error);
     if (!read) err << "corvanth: " << file << ": " << error << "\n";
     good = good && read;
@@ -79,7 +85,9 @@ Inspection inspect_packets(std::vector<NamedPacket> packets, const Points& speec
 int run_inspect(const InspectOptions& options, std::ostream& out, std::ostream& err) {
   std::vector<NamedPacket> packets;
   Points speech;
-  const bool good = read_all(options, packets, speech, err);
+  const bool good = read_packets(options.files, packets, err);
+  // Without it all, what the packets cost would be wrong.
+  if (!read_speech(options.speech, speech, err)) return exit_failed;
   if (!packets.empty()) {
     const Inspection inspection = inspect_packets(std::move(packets), speech, options);
     out << (options.json ? inspection_json(inspection) + "\n" : inspection_text(inspection));

@@ -105,11 +105,11 @@ void add_listen_command(CLI::App& app, int& status) {
       ->check(CLI::Range(0, 65535));
   command->add_flag("--table", options->table, "print a table instead");
   command->add_option("--count", options->count, "end after so many reports")
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command
       ->add_option("--timeout", options->timeout_s,
                    "end after so many seconds; with fewer reports than --count, as a failure")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0.0, 1e9));
   command->callback([options, &status] { status = run_listen(*options); });
 }
 

@@ -263,7 +263,7 @@ void add_load_command(CLI::App& app, int& status) {
   command->add_option("--rules", options->rules, "the rules that configd serves")->required();
   command->add_option("--rule", options->rule, "the rule id of the calls")
       ->required()
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command->add_option("--calls", options->calls, "two-sided calls at once")
       ->required()
       ->check(CLI::Range(1U, 100000U));

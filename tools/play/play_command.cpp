@@ -176,10 +176,9 @@ void add_play_command(CLI::App& app, int& status) {
       ->required()
       ->expected(1, 2);
   command->add_option("--to", options->to, "the node's media port, HOST:PORT")->required();
-  // The check: a negative number would wrap around.
   command->add_option("--rule", options->rule, "the rule id of the call")
       ->required()
-      ->check(CLI::NonNegativeNumber);
+      ->check(&whole_number_complaint);
   command->add_option("--report-to", options->report_to, "where the node sends reports, HOST:PORT");
   command->add_option("--call-id", options->call_id, "text (default: made from the uuid)");
   command->add_option("--uuid", options->uuid, "32 hexadecimal digits (default: random)")
