@@ -65,7 +65,7 @@ TEST(SegmentDetector, TellsActiveFramesFromSilentOnes) {
   const Case cases[] = {
       {0.9999, 300, 1e6, 0, false}, {1.0, 256, 0, 1, true},      {10, 255.9, 0, 1, false},
       {10, 10, 1000, 0.75, true},   {10, 10, 1000, 0.76, false}, {10, 10, 5.6, 0, false},
-      {10, 10, 5.7, 0, true},       {10, 10, 0.5, 0, false},     {32768, 255, 1e9, 0.999, false},
+      {10, 10, 5.7, 0, true},       {10, 10, 0.1, 0, false},     {32768, 255, 1e9, 0.999, false},
       {1, 0, 0.5, 0.5, true, 0},
   };
   for (const Case& c : cases) {
