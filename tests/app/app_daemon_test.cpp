@@ -79,11 +79,6 @@ struct DaemonTest : testing::Test {
           << std::endl;
     _exit(became_daemon);
   }
-  std::string read(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(m_folder / name).rdbuf();
-    return text.str();
-  }
 
   cv::test::TemporaryFolder m_folder;
 };
@@ -130,7 +125,8 @@ TEST_F(DaemonTest, EveryStepThatFailsIsSaidAndEndsTheProcessOrIsDoneWithout) {
           become(c.pid_file, c.log_file);
         },
         testing::ExitedWithCode(becomes_daemon ? became_daemon : 1), "");
-    const std::string lines = read("lines");
+    std::string lines;
+    std::getline(std::ifstream(m_folder / "lines"), lines, '\0');
     std::istringstream expected(c.lines);
     size_t at = 0;
     for (std::string line; at != lines.npos && std::getline(expected, line, '|');) {

@@ -22,21 +22,13 @@ inline std::optional<audio::HashPoint> point_of(const audio::SpectrumFrame& fram
   return points.empty() ? std::nullopt : std::optional(points.back());
 }
 
-inline rc_ptr<audio::HashSamplePayload> make_payload(Points points) {
-  rc_ptr<audio::HashSamplePayload> payload(new audio::HashSamplePayload());
-  payload->points = std::move(points);
-  return payload;
-}
-
-inline rc_ptr<audio::SampleMetadata> make_metadata(uint32_t id, double threshold = 3.0) {
+inline audio::HashSample make_sample(uint32_t id, Points points, double threshold = 3.0) {
   rc_ptr<audio::SampleMetadata> metadata(new audio::SampleMetadata());
   metadata->id = id;
   metadata->threshold = threshold;
-  return metadata;
-}
-
-inline audio::HashSample make_sample(uint32_t id, Points points, double threshold = 3.0) {
-  return {make_metadata(id, threshold), make_payload(std::move(points))};
+  rc_ptr<audio::HashSamplePayload> payload(new audio::HashSamplePayload());
+  payload->points = std::move(points);
+  return {metadata, payload};
 }
 
 inline audio::SamplesDetector detector_of(const std::vector<audio::HashSample>& samples,

@@ -44,7 +44,7 @@ TEST(ReferenceCountable, CountsAcrossThreads) {
   destroyed = 0;
   {
     const auto copy_often = [object = rc_ptr<Object>(new Object)] {
-      for (int k = 0; k < 20000; ++k) rc_ptr<Object> another = object;
+      for (int k = 0; k < 200000; ++k) rc_ptr<Object> another = object;
     };
     const std::jthread one(copy_often), two(copy_often);
   }
