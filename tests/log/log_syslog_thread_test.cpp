@@ -91,7 +91,10 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
   thread.write(4, "no room");
   daemon.hang(false);
   EXPECT_TRUE(thread.flush());
-  thread.write(5, "after");
+  // What is out takes no room any more.
+  hang_with(5);
+  for (const char* text : {"after", "and after"}) thread.write(5, text);
+  daemon.hang(false);
   thread.stop();
   thread.write(6, "directly");
 
@@ -99,8 +102,8 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
   for (std::size_t i = 0; i < SyslogThread::max_lines; ++i)
     expected.push_back("3 " + std::to_string(i));
   expected.push_back(lost_line(4));
-  expected.insert(expected.end(),
-                  {"4 hangs", "4 " + huge.substr(0, 199), lost_line(1), "5 after", "6 directly"});
+  expected.insert(expected.end(), {"4 hangs", "4 " + huge.substr(0, 199), lost_line(1), "5 hangs",
+                                   "5 after", "5 and after", "6 directly"});
   std::vector<std::string> lines = daemon.lines();
   for (std::string& line : lines) {
     line = std::regex_replace(line, std::regex("thread:\\d+"), "thread");
