@@ -40,26 +40,18 @@ void KafkaBroker::up(const std::vector<std::string>& settings) {
   m_address = kafka_script(command, m_folder / "broker");
 }
 
-/// A text that no other test run on the same broker has.
-static std::string unique_text() {
+std::string unique_text() {
   static int count = 0;
   return std::to_string(getpid()) + "_" + std::to_string(time(nullptr)) + "_" +
          std::to_string(++count);
 }
 
-KafkaSite::KafkaSite(const std::string& broker, const std::string& properties_file)
-    : KafkaSite(broker, properties_file, "request_" + unique_text(), "broadcast_" + unique_text()) {
-}
-
 KafkaSite::KafkaSite(const std::string& broker, const std::string& properties_file,
-                     const std::string& request_topic, const std::string& broadcast_topic)
-    : m_broker(broker),
-      m_properties_file(properties_file),
-      m_request_topic(request_topic),
-      m_broadcast_topic(broadcast_topic) {
+                     const std::string& topics)
+    : m_broker(broker), m_properties_file(properties_file), m_topics(topics) {
   std::string settings = "kafka_broker = " + m_broker +
-                         "\nkafka_topic_request = " + m_request_topic +
-                         "\nkafka_topic_broadcast = " + m_broadcast_topic + "\n";
+                         "\nkafka_topic_request = " + request_topic() +
+                         "\nkafka_topic_broadcast = broadcast_" + m_topics + "\n";
   if (!properties_file.empty()) settings += "kafka_properties_file = " + properties_file + "\n";
   m_sandbox.write_etc("kafka.conf", settings);
   m_recordings.write("rules.json", R"({"rules":[{"id":1,"samples":["*"],"threshold":5}]})");
@@ -75,8 +67,8 @@ void KafkaSite::start_manager(const std::vector<std::string>& options) {
       {"--brokers", m_broker},
       {"--samples", m_recordings.path()},
       {"--rules", m_recordings / "rules.json"},
-      {"--topic-request", m_request_topic},
-      {"--topic-broadcast", m_broadcast_topic},
+      {"--topic-request", request_topic()},
+      {"--topic-broadcast", "broadcast_" + m_topics},
       {"--kafka-properties", m_properties_file}};
   for (const auto& [option, value] : files_and_topics) {
     if (!value.empty()) arguments.insert(arguments.end(), {option, value});

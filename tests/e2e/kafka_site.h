@@ -41,16 +41,16 @@ class KafkaBroker {
   std::string m_address;
 };
 
-/// configd and one node; topics of their own, which do not exist yet.
+/// A text that no other test run on the same broker has.
+std::string unique_text();
+
+/// configd and one node.
 class KafkaSite : public RunningNode {
  public:
-  /// The settings file of the node names `properties_file` when it is not empty.
-  explicit KafkaSite(const std::string& broker, const std::string& properties_file = "");
-  /// A second node on the same topics, without a manager of its own.
-  explicit KafkaSite(const KafkaSite& first)
-      : KafkaSite(first.m_broker, first.m_properties_file, first.m_request_topic,
-                  first.m_broadcast_topic) {}
-  KafkaSite& operator=(const KafkaSite&) = delete;
+  /// The settings file of the node names `properties_file` when it is not empty. The topics bear the
+  /// name `topics`, by default topics that do not exist yet.
+  explicit KafkaSite(const std::string& broker, const std::string& properties_file = "",
+                     const std::string& topics = unique_text());
 
   void add_recording(const Recording& recording);
   /// Returns when it answers requests.
@@ -70,16 +70,13 @@ class KafkaSite : public RunningNode {
   bool finds(const Recording& recording, uint8_t call_number);
 
   const std::string& broker() const { return m_broker; }
-  const std::string& request_topic() const { return m_request_topic; }
+  const std::string& topics() const { return m_topics; }
+  std::string request_topic() const { return "request_" + m_topics; }
 
  private:
-  KafkaSite(const std::string& broker, const std::string& properties_file,
-            const std::string& request_topic, const std::string& broadcast_topic);
-
   const std::string m_broker;
   const std::string m_properties_file;
-  const std::string m_request_topic;
-  const std::string m_broadcast_topic;
+  const std::string m_topics;
   TemporaryFolder m_recordings;
   std::unique_ptr<ChildProcess> m_manager;
 };

@@ -132,7 +132,7 @@ TEST_F(NodeKafka, TenThousandSamplesAndTheLargestEvent) {
 }
 
 TEST_F(NodeKafka, EveryNodeGetsEveryBroadcast) {
-  KafkaSite second(*this);
+  KafkaSite second(broker(), "", topics());
   start_manager({"--announce-every", "1"});
   start_node();
   second.start_node();
