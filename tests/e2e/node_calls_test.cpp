@@ -28,7 +28,8 @@ double number_in(const std::string& report, const std::string& member) {
 TEST_F(NodeCalls, EveryKindOfReportGoesToBothDestinations) {
   UdpReceiver service;
   start_ready_node({"privacy-prompt", known},
-                   "report_on_call_termination=true,report_transfer_host=127.0.0.1:" +
+                   "report_on_call_termination=true,segment_detection_default_silence_hits=3,"
+                   "report_transfer_host=127.0.0.1:" +
                        std::to_string(service.port()) + ",report_transfer_enabled=true");
   const CallPackets call(1);
   send_start(call);
@@ -55,6 +56,7 @@ TEST_F(NodeCalls, EveryKindOfReportGoesToBothDestinations) {
   EXPECT_LE(active_at, 1.5);
   EXPECT_EQ(m_reports.texts().size(), 3u) << "the silent side reports nothing";
   EXPECT_TRUE(node_logged("REPORT_MANAGER: sent: 0, report: " + found));
+  EXPECT_TRUE(node_logged("activity_hits = 5, silence_hits = 3")) << "the settings' options";
   stop_node();
   EXPECT_EQ(service.texts(), m_reports.texts());
 }
