@@ -52,9 +52,28 @@ bool sync_directory_of(const std::string& path) {
   return directory.valid() && ::fsync(directory.get()) == 0;
 }
 
-/// A device or a pipe: nothing that could be replaced.
+constexpr int for_writing = O_WRONLY | O_CLOEXEC;
+constexpr int made_anew = for_writing | O_CREAT | O_TRUNC;
+
+/// Where a file is written that is to stand at `path`.
+struct Place {
+  struct stat old = {};
+  bool exists = false;
+  std::string target;
+  std::string temporary;
+
+  explicit Place(const std::string& path) : target(path) {
+    exists = ::stat(path.c_str(), &old) == 0;
+    std::error_code gone;
+    if (exists) target = std::filesystem::canonical(path, gone).string();
+    temporary = target + ".tmp";
+  }
+  /// A device or a pipe: nothing that could be replaced.
+  bool is_device() const { return exists && !S_ISREG(old.st_mode); }
+};
+
 bool write_through(const std::string& path, std::string_view content, std::string& error) {
-  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  const Descriptor file(::open(path.c_str(), for_writing));
   if (file.valid() && write_all(file.get(), content)) return true;
   error = failure(path, "cannot be written");
   return false;
@@ -86,33 +105,45 @@ std::optional<std::string> read_file(const std::string& path, std::string& error
   }
 }
 
-bool replace_file(const std::string& path, std::string_view content, std::string& error) {
-  struct stat old = {};
-  const bool exists = ::stat(path.c_str(), &old) == 0;
-  if (exists && !S_ISREG(old.st_mode)) return write_through(path, content, error);
-  std::error_code gone;
-  const std::string target = exists ? std::filesystem::canonical(path, gone).string() : path;
-  const std::string temporary = target + ".tmp";
-  {
-    const Descriptor file(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!file.valid()) {
-      error = failure(temporary, "cannot be created");
-      return false;
-    }
-    if ((exists && ::fchmod(file.get(), old.st_mode & 07777) != 0) ||
-        !write_all(file.get(), content) || ::fsync(file.get()) != 0) {
-      error = failure(temporary, "cannot be written");
-      ::unlink(temporary.c_str());
-      return false;
-    }
-  }
-  if (::rename(temporary.c_str(), target.c_str()) != 0) {
-    error = failure(path, "cannot be replaced");
-    ::unlink(temporary.c_str());
+bool can_replace_file(const std::string& path, std::string& error) {
+  const Place place(path);
+  // Opening a pipe would wait for its reader.
+  if (place.is_device()) {
+    if (!S_ISDIR(place.old.st_mode) && ::access(path.c_str(), W_OK) == 0) return true;
+    error = path + ": cannot be written";
     return false;
   }
-  if (!sync_directory_of(target)) {
+  const Descriptor file(::open(place.temporary.c_str(), made_anew, 0644));
+  if (!file.valid()) {
+    error = failure(place.temporary, "cannot be created");
+    return false;
+  }
+  ::unlink(place.temporary.c_str());
+  return true;
+}
+
+bool replace_file(const std::string& path, std::string_view content, std::string& error) {
+  const Place place(path);
+  if (place.is_device()) return write_through(path, content, error);
+  {
+    const Descriptor file(::open(place.temporary.c_str(), made_anew, 0644));
+    if (!file.valid()) {
+      error = failure(place.temporary, "cannot be created");
+      return false;
+    }
+    if ((place.exists && ::fchmod(file.get(), place.old.st_mode & 07777) != 0) ||
+        !write_all(file.get(), content) || ::fsync(file.get()) != 0) {
+      error = failure(place.temporary, "cannot be written");
+      ::unlink(place.temporary.c_str());
+      return false;
+    }
+  }
+  if (::rename(place.temporary.c_str(), place.target.c_str()) != 0) {
+    error = failure(path, "cannot be replaced");
+    ::unlink(place.temporary.c_str());
+    return false;
+  }
+  if (!sync_directory_of(place.target)) {
     error = failure(path, "its directory cannot be synced");
     return false;
   }

@@ -17,4 +17,8 @@ std::optional<std::string> read_file(const std::string& path, std::string& error
 /// reason in `error`; an old file is then untouched.
 bool replace_file(const std::string& path, std::string_view content, std::string& error);
 
+/// Whether replace_file() would get as far as writing now: to be asked before long work whose result goes
+/// there. False, with the reason in `error`.
+bool can_replace_file(const std::string& path, std::string& error);
+
 }  // namespace cv::tools

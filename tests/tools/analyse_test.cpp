@@ -90,7 +90,9 @@ TEST_F(Analyse, TheNodesSettingsHold) {
   EXPECT_EQ(refused.status, exit_failed);
   EXPECT_TRUE(refused.says("must not exceed")) << refused.err;
   m_folder.write("rules.json", R"({"rules": [{"id": 2, "samples": ["*"]}]})");
-  EXPECT_TRUE(analyse({known}).says("rule 1 finds no recording"));
+  const std::string kept = m_folder.write("index", "of before");
+  EXPECT_TRUE(analyse({known, "--index", kept}).says("rule 1 finds no recording"));
+  EXPECT_EQ(std::filesystem::file_size(kept), 9u) << "nothing to write, nothing written";
 }
 
 /// The lines that hold `part`.

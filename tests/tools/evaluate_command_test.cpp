@@ -59,6 +59,9 @@ TEST_F(EvaluateCommand, JudgesLabelledRecordings) {
   const std::string truth = m_folder.write("calls/truth.tsv",
                                            "a.wav\toriginator\tp4\t2.5\n"
                                            "a.wav\tterminator\tp7\t1\nb.wav\t-\t-\n");
+  const auto nowhere = evaluate({"--truth", truth, "--csv", m_folder / "nowhere/out.csv"});
+  EXPECT_TRUE(nowhere.says("cannot be created") && nowhere.out.empty())
+      << "and not when all is done";
   const auto run = evaluate({"--truth", truth, "--thresholds", "5:5:1", "--csv",
                              m_folder / "all.csv", "--csv-samples", m_folder / "samples.csv"});
   ASSERT_EQ(run.status, 0) << run.err;

@@ -113,14 +113,15 @@ CallTerms make_terms(const AnalyseOptions& options) {
 /// A file that is written from front to end; without a path, nothing.
 class OutputFile {
  public:
-  OutputFile(std::string path, const std::string& heading) : m_path(std::move(path)) {
-    if (m_path.empty()) return;
+  explicit OutputFile(std::string path) : m_path(std::move(path)) {}
+
+  bool wanted() const { return !m_path.empty(); }
+  void open(const std::string& heading) {
+    if (!wanted()) return;
     m_file.open(m_path, std::ios::binary);
     if (!m_file) throw AnalyseFailure(m_path + ": cannot be written");
     m_file << heading;
   }
-
-  bool wanted() const { return !m_path.empty(); }
   void write(const std::string& text) {
     if (wanted()) m_file << text;
   }
@@ -156,10 +157,10 @@ class AnalyseRun {
       : m_options(options),
         m_terms(make_terms(options)),
         m_sources(std::move(sources)),
-        m_index(options.index, {}),
-        m_frames(options.csv, frames_csv_heading()),
-        m_scores(options.csv_scores, scores_csv_heading()),
-        m_page(options.plot, {}) {}
+        m_index(options.index),
+        m_frames(options.csv),
+        m_scores(options.csv_scores),
+        m_page(options.plot) {}
 
   int run(const rc_ptr<mn::Configuration>& settings, const Snapshot& site, StopSignals& stop) {
     const auto make_analysis = [&] {
@@ -169,6 +170,7 @@ class AnalyseRun {
     };
     auto first = make_analysis();
     if (!rule_is_known(*first) || !tracks_are_known(*first)) return exit_failed;
+    open_outputs();
     std::mutex first_lock;
     OrderedJobs<Result> jobs(m_sources.size(), m_options.jobs == 0 ? processors() : m_options.jobs);
     const auto make_worker = [&] {
@@ -198,6 +200,14 @@ class AnalyseRun {
   }
 
  private:
+  /// As late as it can be: what an earlier run has written there is gone then.
+  void open_outputs() {
+    m_index.open({});
+    m_frames.open(frames_csv_heading());
+    m_scores.open(scores_csv_heading());
+    m_page.open({});
+  }
+
   bool traces_wanted() const { return m_frames.wanted() || m_scores.wanted() || m_page.wanted(); }
 
   /// A rule that is not there would make everything look missed.

@@ -172,6 +172,14 @@ void write_file(const std::string& path, const std::string& content) {
   if (!path.empty() && !replace_file(path, content, error)) throw EvaluateFailure(error);
 }
 
+/// An hour's work should not end at a folder that is not there.
+void check_outputs(const EvaluateOptions& options, const std::string& recommended) {
+  std::string error;
+  for (const std::string& path : {options.plot, options.csv, options.sample_csv, recommended}) {
+    if (!path.empty() && !can_replace_file(path, error)) throw EvaluateFailure(error);
+  }
+}
+
 /// Beside the rules, where --output does not say.
 std::string output_path(const EvaluateOptions& options) {
   if (options.in_place) return options.rules;
@@ -219,6 +227,7 @@ int run_evaluate(const EvaluateOptions& options) {
   const ComplaintsToStandardError log;
   try {
     const std::string recommended = options.recommend ? output_path(options) : "";
+    check_outputs(options, recommended);
     const SampleSet set = read_samples(options, stop);
     std::vector<std::vector<int16_t>> speech;
     if (options.truth.empty()) speech = read_background(options, set, stop);
