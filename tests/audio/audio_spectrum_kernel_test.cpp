@@ -41,8 +41,8 @@ bool same_activity(const SpectrumFrame& frame, const SpectrumFrame& plain) {
 /// Compares signal after signal and counts their frames.
 class SpectrumKernelTest : public testing::Test {
  protected:
+  bool left_out() { return m_signals++ % thinning != 0; }
   void compare(const std::string& name, const Samples& samples) {
-    if (m_signals++ % thinning != 0) return;
     SCOPED_TRACE(name);
     const auto expected = test::plain_frames(samples);
     std::vector<SpectrumFrame> first;
@@ -64,6 +64,7 @@ class SpectrumKernelTest : public testing::Test {
   }
   void compare(const std::string& name, std::size_t frames,
                const std::function<double(double)>& value) {
+    if (left_out()) return;
     Samples samples(128 * (frames + 1));
     for (std::size_t n = 0; n < samples.size(); ++n) {
       samples[n] = clipped(value(static_cast<double>(n)));
@@ -82,6 +83,7 @@ TEST_F(SpectrumKernelTest, AnalysesSpeechLikeThePlainModel) {
   constexpr double gains[] = {1.0, 0.3, 0.01, 8.0};
   for (const auto& prompts : {test::english_prompts(), test::french_prompts()}) {
     for (std::size_t i = 0; i < prompts.size(); ++i) {
+      if (left_out()) continue;
       Samples samples = prompts[i].samples;
       for (int16_t& sample : samples) sample = clipped(gains[i % 4] * sample);
       compare(prompts[i].name, samples);
