@@ -184,7 +184,7 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
         failed = failing.failed();
       }
       const std::size_t served = heap::counts().news() - begun.news();
-      const Findings found = findings(receiver);
+      Findings found = findings(receiver);
       node.serve(after);
       const Findings found_after = findings(receiver);
 
@@ -214,8 +214,13 @@ TEST(MemoryFaults, ACallCostsWhatFailsAndNothingElse) {
       if (count == 1) {
         EXPECT_LE(counted, 1u) << "counted once: " << log.text();
         // Whatever a side lost besides, it has been made again or been voted for again.
-        if (costs["a session"] + costs["a report"] + costs["part of a packet"] == 0) {
-          EXPECT_EQ(found, clean);
+        // A first activity is tried again, whatever became of its packet.
+        for (const auto& [what, times] : clean) {
+          const bool tried_again =
+              costs["part of a packet"] == 0 || what.find("audio_activity") != what.npos;
+          if (costs["a session"] + costs["a report"] == 0 && tried_again) {
+            EXPECT_EQ(found[what], times) << what;
+          }
         }
         for (const auto& [what, times] : costs) all_costs[what] += times;
       }
