@@ -84,7 +84,7 @@ TEST_F(Lint, FindsEachPlantedFaultAndNoOther) {
       {amplified(speech, 0.02), 8000, {"quiet x.wav"}},
       {amplified(speech, 8), 8000, {"clipped x.wav"}},
       {joined(speech, Samples(speech.size() * 6 / 5)), 8000, {"silence x.wav"}},
-      {joined(silence(0.8), speech), 8000, {"leading-silence x.wav"}},
+      {joined(silence(0.5), speech), 8000, {"leading-silence x.wav"}},
       {joined(speech, tone), 8000, {"tone x.wav"}},
       {speech, 7000, {"rate x.wav"}},
       {speech, 8001, {"rate x.wav"}},
