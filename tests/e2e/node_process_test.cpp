@@ -44,11 +44,12 @@ TEST_F(NodeProcess, EndsWithAStatusAndALineWhenItCannotStart) {
 
   net::Socket occupant;
   ASSERT_TRUE(occupant.open(m_media_port, 0));
-  start_node();
+  start_node("log_level=ERROR");
   wait_for_first_requests();
   send_to_node(R"({"type":"corvanth_sample_configuration","version":1,"data":[]})");
   EXPECT_EQ(this->node().wait_exit(), 1) << "the port is in use";
   EXPECT_TRUE(node_logged("failed to bind a socket, error (98): "));
+  EXPECT_FALSE(node_logged("JSON event received")) << "not at this level";
 }
 
 TEST_F(NodeProcess, ARunningNodeAnswersSignalsAndStopsInOrder) {
