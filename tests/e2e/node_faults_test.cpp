@@ -132,12 +132,6 @@ TEST_F(NodeFaults, AWallClockThatJumpsMovesTheStampsOfTheLogAndNothingElse) {
 }
 
 TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {
-#ifdef __SANITIZE_THREAD__
-  // GCC 12's thread sanitizer keeps one signal mask to go back to per thread. A signal that arrives while
-  // it calls the handlers of deferred ones makes it save the mask that blocks everything, and the thread
-  // hears no signal any more. Twenty lines of C alone show the same.
-  GTEST_SKIP() << "the thread sanitizer blocks all signals for ever in such a storm";
-#endif
   start_ready_node({announcement}, "media_receive_buffer_bytes=4194304");
   std::atomic<bool> storm{true};
   std::atomic<size_t> sent{0};
@@ -156,6 +150,15 @@ TEST_F(NodeFaults, TenThousandSignalsASecondCostNoPacketAndNoStop) {
     EXPECT_TRUE(call_is_analysed(++call));
   } while (call < 100 && (sent < 10000 || std::chrono::steady_clock::now() < end));
   EXPECT_GT(sent, 10000u);
+#ifdef __SANITIZE_THREAD__
+  // No stop to be had here: GCC 12's thread sanitizer keeps one signal mask to go back to per thread. A
+  // signal that arrives while it calls the handlers of deferred ones makes it save the mask that blocks
+  // everything, and the thread hears no signal any more. Twenty lines of C alone show the same.
+  storm = false;
+  source.join();
+  EXPECT_EQ(node().output().find("ThreadSanitizer"), std::string::npos) << node().output();
+  return;
+#endif
   node().send_signal(SIGTERM);
   // Into the stop, but not beyond the process, which is reaped only afterwards. (The line of the SIGTERM
   // may be one of those that such a storm costs.)
