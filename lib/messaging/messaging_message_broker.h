@@ -51,7 +51,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   /// there are no topics.
   explicit MessageBroker(MessageBrokerSettings settings);
   /// Gives messages not yet delivered up to 10 seconds, after up to 2 for the consumer thread to end.
-  /// With brokers that answer nothing an offset commit under way can take 12 in all.
+  /// With brokers that answer nothing an offset commit under way can take 9 in all.
   ~MessageBroker() override;
   MessageBroker(const MessageBroker&) = delete;
   MessageBroker& operator=(const MessageBroker&) = delete;
