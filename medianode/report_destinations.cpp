@@ -15,12 +15,17 @@ ReportDestinations::~ReportDestinations() {
 
 void ReportDestinations::on_session_created(rc_ptr<MediaSession> session) {
   net::HostAddr& address = session->m_report_address;
-  if (m_allowed.empty() || address.port == 0 || m_allowed.contains(address.addr.sin_addr.s_addr)) {
-    return;
+  if (!m_allowed.empty() && address.port != 0 &&
+      !m_allowed.contains(address.addr.sin_addr.s_addr)) {
+    m_last_refused = address.host;
+    address.port = address.addr.sin_port = 0;
+    m_refused.add(1);
   }
-  m_last_refused = address.host;
-  address.port = address.addr.sin_port = 0;
-  m_refused.add(1);
+  say_refused_when_due();
+}
+
+void ReportDestinations::say_refused_when_due() {
+  if (m_refused.unsaid() == 0) return;
   if (const auto count = m_refused.take(m_clock.now_us())) say_refused(*count);
 }
 

@@ -26,9 +26,13 @@ class ReportDestinations final : public MediaSessionListener {
   uint64_t refused() const { return m_refused.total(); }
 
   void on_session_created(rc_ptr<MediaSession> session) override;
-  void on_session_updated(rc_ptr<MediaSession>) override {}
+  // Refused calls are said in their time also when none follows them: every call has an end.
+  void on_session_updated(rc_ptr<MediaSession>) override { say_refused_when_due(); }
+  void on_session_terminated(rc_ptr<MediaSession>) override { say_refused_when_due(); }
+  void on_session_timedout(rc_ptr<MediaSession>) override { say_refused_when_due(); }
 
  private:
+  void say_refused_when_due();
   void say_refused(uint64_t count) const;
 
   const net::AddressList m_allowed;

@@ -134,9 +134,7 @@ void SessionManager::prefetch_front() const {
 bool SessionManager::on_packet_idle() {
   say_refused_when_due();
   m_statistic->audit_calls.increment();
-  const bool removed = audit();
-  if (removed) m_statistic->audit_executions.increment();
-  return removed;
+  return audit();
 }
 
 void SessionManager::on_packet_ahead(const DataPacket& packet, Stage stage) {
@@ -280,30 +278,31 @@ struct SessionManager::AuditCount {
   ~AuditCount() {
     manager.m_statistic->sessions.set(manager.m_sessions.size());
     manager.decrease_zombie_counter(zombies);
+    if (removed != 0) manager.m_statistic->audit_executions.increment();
   }
 
   SessionManager& manager;
+  std::size_t removed = 0;
   unsigned long zombies = 0;
 };
 
 bool SessionManager::audit() {
   const int64_t now = now_us();
-  std::size_t removed = 0;
-  AuditCount removed_here{*this};
-  while (removed < max_removals_per_audit && !m_audit_list.empty()) {
+  AuditCount count{*this};
+  while (count.removed < max_removals_per_audit && !m_audit_list.empty()) {
     if (m_audit_list.front() && !timed_out(*m_audit_list.front(), now)) break;
     const rc_ptr<Session> session = m_audit_list.front();
     m_audit_list.pop_front();
-    ++removed;
+    ++count.removed;
     if (!session) {
       CV_LOG(ErrorMessage)
           << "SESSION_MANAGER: Trying to remove null session (while audit iterator is valid)";
       continue;
     }
-    if (session->m_zombie) ++removed_here.zombies;
+    if (session->m_zombie) ++count.zombies;
     remove_timed_out(session, now);
   }
-  return removed > 0;
+  return count.removed > 0;
 }
 
 void SessionManager::remove_timed_out(const rc_ptr<Session>& session, int64_t now) {

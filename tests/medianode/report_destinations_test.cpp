@@ -54,6 +54,9 @@ TEST(ReportDestinations, AreAskedAboutEveryCallOfThePipelineAndSaidEveryFiveSeco
       if (number == 4) pipeline.clock.advance_seconds(5);
       pipeline.send(cv::test::CallPackets(number).start(fields));
     }
+    pipeline.clock.advance_seconds(5);
+    pipeline.send(cv::test::CallPackets(1).terminate());
+    EXPECT_EQ(log.tagged("REPORT_DESTINATIONS: ").size(), 3U) << "no refused call has followed";
   }
   const std::string behind =
       ") calls named a report address that is not allowed, the last [192.168.0.1]; (";
