@@ -24,10 +24,13 @@ constexpr const char* topic_refresh_interval_ms = "5000";
 // How soon the group lets go of a consumer that died, and its successor, a restarted node, gets the
 // topics. The least that brokers accept by default; the library's own is 45 s.
 constexpr const char* session_timeout_ms = "6000";
-// A heartbeat without an answer for session.timeout.ms breaks the connection, and with it a commit that
-// the deletion of the consumer would otherwise wait a minute for. At the default of three seconds a
-// stop could take as much longer.
+// A heartbeat without an answer for session.timeout.ms breaks the connection, and with it a commit under
+// way that the deletion of the consumer waits for. At the default of three seconds a stop could take as
+// much longer.
 constexpr const char* heartbeat_interval_ms = "1000";
+// A commit that no heartbeat follows any more waits for its own answer, by default a minute. A fetch may
+// take as long, too: two topics of 1 MB each need a link of 2 Mbit/s.
+constexpr const char* socket_timeout_ms = "8000";
 
 bool is_word_character(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
@@ -175,7 +178,8 @@ std::unique_ptr<RdKafka::Conf> consumer_conf(const std::string& brokers,
       !set_property(*conf, "event_cb", &events) ||
       !set_property(*conf, "topic.metadata.refresh.interval.ms", topic_refresh_interval_ms) ||
       !set_property(*conf, "session.timeout.ms", session_timeout_ms) ||
-      !set_property(*conf, "heartbeat.interval.ms", heartbeat_interval_ms)) {
+      !set_property(*conf, "heartbeat.interval.ms", heartbeat_interval_ms) ||
+      !set_property(*conf, "socket.timeout.ms", socket_timeout_ms)) {
     return nullptr;
   }
   const std::unique_ptr<RdKafka::Conf> topic_conf(RdKafka::Conf::create(RdKafka::Conf::CONF_TOPIC));

@@ -25,7 +25,7 @@ constexpr milliseconds startup_slice{50};
 constexpr milliseconds delivery_timeout{5000};
 constexpr int delivery_slice_ms = 100;
 constexpr int queue_full_poll_ms = 1000;
-constexpr int shutdown_flush_ms = 10000;
+constexpr milliseconds shutdown_flush_timeout{10000};
 constexpr milliseconds consumer_close_timeout{1500};
 constexpr int consumer_close_slice_ms = 50;
 // Enough for a consumer that has nothing to do but close.
@@ -46,11 +46,13 @@ MessageBroker::MessageBroker(MessageBrokerSettings settings) : m_settings(std::m
   start_producer();
 }
 
-// A consumer thread that is held up, by brokers that do not answer or by a handler, gets the time of
-// the producer's flush on top: one after the other would add up. A handler may send all the while.
+// A consumer thread that is held up, by brokers that do not answer or by a handler, ends beside the
+// producer's flush, and the flush has what is left of its time: one after the other would add up. A
+// handler may send all the while.
 MessageBroker::~MessageBroker() {
+  const auto deadline = std::chrono::steady_clock::now() + shutdown_flush_timeout;
   stop_consumer();
-  flush_producer();
+  flush_producer(deadline);
   if (m_thread.joinable()) m_thread.join();
   delete m_producer;
   RdKafka::wait_destroyed(library_destroyed_ms);
@@ -71,9 +73,10 @@ void MessageBroker::start_producer() {
   }
 }
 
-void MessageBroker::flush_producer() {
+void MessageBroker::flush_producer(std::chrono::steady_clock::time_point deadline) {
   if (m_producer == nullptr) return;
-  m_producer->flush(shutdown_flush_ms);
+  const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+  m_producer->flush(std::max(0, static_cast<int>(left.count())));  // less than 0 would be for ever
   if (const int count = m_producer->outq_len(); count > 0) {
     CV_LOG(WarningMessage) << "MESSAGE_BROKER: losing data as (" << count
                            << ") message(s) were not delivered";

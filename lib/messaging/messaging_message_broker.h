@@ -50,8 +50,8 @@ class MessageBroker : public RdKafka::RebalanceCb,
   /// Returns after the first partition assignment, or after 10 seconds without one; at once when
   /// there are no topics.
   explicit MessageBroker(MessageBrokerSettings settings);
-  /// Gives messages not yet delivered up to 10 seconds, after up to 2 for the consumer thread to end.
-  /// With brokers that answer nothing an offset commit under way can take 9 in all.
+  /// Gives messages not yet delivered up to 10 seconds; the consumer thread ends meanwhile. With
+  /// brokers that answer nothing an offset commit under way can take it 9.
   ~MessageBroker() override;
   MessageBroker(const MessageBroker&) = delete;
   MessageBroker& operator=(const MessageBroker&) = delete;
@@ -85,7 +85,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   static void report_delivery(const RdKafka::Message& message);
   void report_event(const RdKafka::Event& event) const;
   void start_producer();
-  void flush_producer();
+  void flush_producer(std::chrono::steady_clock::time_point deadline);
   void start_consumer();
   void stop_consumer();
 
