@@ -28,10 +28,12 @@ std::vector<int16_t> prompt(const std::string& name) {
   throw std::runtime_error("no prompt " + name);
 }
 
-NodeFixture::NodeFixture() : m_kafka({request_topic, broadcast_topic, node_topic()}) {
+NodeFixture::NodeFixture(const std::string& kafka_settings)
+    : m_kafka({request_topic, broadcast_topic, node_topic()}) {
   m_sandbox.write_etc("kafka.conf", "kafka_broker = " + m_kafka.brokers() +
                                         "\nkafka_topic_request = " + request_topic +
-                                        "\nkafka_topic_broadcast = " + broadcast_topic + "\n");
+                                        "\nkafka_topic_broadcast = " + broadcast_topic + "\n" +
+                                        kafka_settings);
 }
 
 void NodeFixture::wait_for_first_requests() {

@@ -23,7 +23,8 @@ std::vector<int16_t> prompt(const std::string& name);
 
 class NodeFixture : public testing::Test, protected RunningNode {
  protected:
-  NodeFixture();
+  /// `kafka_settings`: further lines of the Kafka settings.
+  explicit NodeFixture(const std::string& kafka_settings = "");
 
   /// The two requests that a started node sends first.
   void wait_for_first_requests();
