@@ -12,8 +12,15 @@ namespace cv::log {
 
 namespace {
 
+// The kernel takes no datagram above net.core.wmem_default, 208 KiB: the C library would write such a line to
+// the console instead, which may take long, and nobody would look for it there.
+constexpr int longest_bytes = 128 * 1024;
+
 /// The text may be anything, the system's own format must not be.
-void hand_over(int priority, const std::string& text) { syslog(priority, "%s", text.c_str()); }
+void hand_over(int priority, const std::string& text) {
+  if (text.size() <= longest_bytes) return syslog(priority, "%s", text.c_str());
+  syslog(priority, "%.*s... (of %zu bytes)\n", longest_bytes, text.c_str(), text.size());
+}
 
 void hand_over_lost(uint64_t count) {
   ErrorMessage message;

@@ -1,5 +1,6 @@
 #include "messaging/messaging_client_properties.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -71,14 +72,21 @@ bool is_secret(const std::string& name) {
   return false;
 }
 
+/// No other character is in a name of the library. What has one is likely a password that lost its place.
+bool is_name(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return is_word_character(c) || c == '.' || c == '-'; });
+}
+
 /// False when the line has another form than "name = value".
 bool parse_line(const std::string& line, ClientProperties& properties) {
   const std::string text = str::trim(line);
   if (text.empty() || text.front() == '#') return true;
   const size_t equals = text.find('=');
   if (equals == text.npos || equals == 0) return false;
-  properties.push_back(
-      {str::trim_right(text.substr(0, equals)), str::trim_left(text.substr(equals + 1))});
+  const std::string name = str::trim_right(text.substr(0, equals));
+  if (!is_name(name)) return false;
+  properties.push_back({name, str::trim_left(text.substr(equals + 1))});
   return true;
 }
 
@@ -104,8 +112,12 @@ void log_file_error(const std::string& path, const std::string& what) {
 bool set_client_properties(RdKafka::Conf& conf, const ClientProperties& properties) {
   for (const auto& [name, value] : properties) {
     std::string error;
-    if (conf.set(name, value, error) == RdKafka::Conf::CONF_OK) continue;
-    log_refused_property(name, without_value(error, value));
+    const RdKafka::Conf::ConfResult result = conf.set(name, value, error);
+    if (result == RdKafka::Conf::CONF_OK) continue;
+    // An unknown word may be a password that ends in "=".
+    const bool any_word = result == RdKafka::Conf::CONF_UNKNOWN && name.find('.') == name.npos;
+    if (any_word) hide_word(error, name);
+    log_refused_property(any_word ? hidden : name, without_value(error, value));
     return false;
   }
   return true;

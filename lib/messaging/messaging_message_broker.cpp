@@ -54,13 +54,12 @@ MessageBroker::~MessageBroker() {
   stop_consumer();
   flush_producer(deadline);
   if (m_thread.joinable()) m_thread.join();
-  delete m_producer;
+  count_lost();
+  delete m_producer.load();
   RdKafka::wait_destroyed(library_destroyed_ms);
 }
 
-// The producer has no event callback on purpose. Its error events would wait in the library's queue
-// until the next send polls it, during a long outage without bound, and then come out stale; the
-// consumer, which is polled all the time, reports the same outage as it happens. The price is that
+// The producer has no event callback on purpose: the consumer reports the same outage. The price is that
 // the library writes the producer's own notices to standard error in its own layout.
 void MessageBroker::start_producer() {
   const auto conf = producer_conf(m_settings.brokers, m_settings.properties, *this);
@@ -76,8 +75,14 @@ void MessageBroker::start_producer() {
 void MessageBroker::flush_producer(std::chrono::steady_clock::time_point deadline) {
   if (m_producer == nullptr) return;
   const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
-  m_producer->flush(std::max(0, static_cast<int>(left.count())));  // less than 0 would be for ever
-  if (const int count = m_producer->outq_len(); count > 0) {
+  m_producer.load()->flush(std::max(0, static_cast<int>(left.count())));  // less than 0: for ever
+}
+
+/// Of what was queued, by handlers of the consumer thread until its end, too.
+void MessageBroker::count_lost() {
+  if (m_producer == nullptr) return;
+  m_producer.load()->poll(0);
+  if (const int count = m_producer.load()->outq_len(); count > 0) {
     CV_LOG(WarningMessage) << "MESSAGE_BROKER: losing data as (" << count
                            << ") message(s) were not delivered";
   }
@@ -121,7 +126,7 @@ void MessageBroker::publish(const std::string& topic, unsigned char* owned_body,
     CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to send message to [" << topic << "]; error ("
                          << code << "): " << RdKafka::err2str(code);
     if (code != RdKafka::ERR__QUEUE_FULL || interrupted()) return;
-    if (attempt + 1 < produce_attempts) m_producer->poll(queue_full_poll_ms);
+    if (attempt + 1 < produce_attempts) m_producer.load()->poll(queue_full_poll_ms);
   }
 }
 
@@ -131,7 +136,7 @@ RdKafka::ErrorCode MessageBroker::wait_for_delivery() {
   const auto deadline = std::chrono::steady_clock::now() + delivery_timeout;
   RdKafka::ErrorCode code;
   do {
-    code = m_producer->flush(delivery_slice_ms);
+    code = m_producer.load()->flush(delivery_slice_ms);
   } while (code == RdKafka::ERR__TIMED_OUT && !interrupted() &&
            std::chrono::steady_clock::now() < deadline);
   return code;
@@ -139,8 +144,9 @@ RdKafka::ErrorCode MessageBroker::wait_for_delivery() {
 
 RdKafka::ErrorCode MessageBroker::produce(const std::string& topic, unsigned char* body,
                                           size_t size) {
-  return m_producer->produce(topic, RdKafka::Topic::PARTITION_UA, RdKafka::Producer::RK_MSG_FREE,
-                             body, size, nullptr, 0, 0, nullptr);
+  return m_producer.load()->produce(topic, RdKafka::Topic::PARTITION_UA,
+                                    RdKafka::Producer::RK_MSG_FREE, body, size, nullptr, 0, 0,
+                                    nullptr);
 }
 
 void MessageBroker::dr_cb(RdKafka::Message& message) {
@@ -290,13 +296,15 @@ bool MessageBroker::group_answers() {
 
 /// ERR__TIMED_OUT when none came. The library waits for times of the wall clock: with a clock that is set
 /// back a day meanwhile it would wait a day. So it never waits here, and its main thread, which sends the
-/// heartbeats, is asked something now and then, which ends its wait.
+/// heartbeats, is asked something now and then, which ends its wait. Then the producer's events are taken,
+/// too: a node may send nothing for months, and they would queue up without bound.
 std::unique_ptr<RdKafka::Message> MessageBroker::next_message(milliseconds timeout) {
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + timeout;
   for (auto now = steady_clock::now();; now = steady_clock::now()) {
     if (now >= m_wake_library_at) {
       (void)m_consumer->memberid();
+      if (RdKafka::Producer* producer = m_producer) producer->poll(0);
       m_wake_library_at = now + library_wake_interval;
     }
     std::unique_ptr<RdKafka::Message> message(m_consumer->consume(0));

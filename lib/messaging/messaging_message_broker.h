@@ -78,7 +78,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
                     std::vector<RdKafka::TopicPartition*>& partitions) override;
   /// Errors and throttling come on the consumer thread, log events on the library's own threads.
   void event_cb(RdKafka::Event& event) override;
-  /// On the thread that is inside send() or the destructor.
+  /// On a thread that is inside send() or the destructor, or on the consumer thread.
   void dr_cb(RdKafka::Message& message) override;
 
  private:
@@ -86,6 +86,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   void report_event(const RdKafka::Event& event) const;
   void start_producer();
   void flush_producer(std::chrono::steady_clock::time_point deadline);
+  void count_lost();
   void start_consumer();
   void stop_consumer();
 
@@ -106,7 +107,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   RdKafka::ErrorCode produce(const std::string& topic, unsigned char* body, size_t size);
 
   MessageBrokerSettings m_settings;
-  RdKafka::Producer* m_producer = nullptr;
+  std::atomic<RdKafka::Producer*> m_producer{nullptr};
   RdKafka::KafkaConsumer* m_consumer = nullptr;
   // The library asks for the state of topics that it holds handles of: without them the check of
   // an unknown topic would never see it appear. Consumer thread.
