@@ -7,10 +7,12 @@
 #include <syslog.h>
 
 #include "log/log_sinks.h"
+#include "support/eventually.h"
 
 namespace {
 
 using cv::log::SyslogThread;
+using cv::test::eventually;
 
 /// A syslog daemon: takes lines when it does not hang.
 struct Daemon {
@@ -83,14 +85,14 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
   thread.note_lost();
   EXPECT_FALSE(thread.flush());
   daemon.hang(false);
-  EXPECT_TRUE(thread.flush());
+  EXPECT_TRUE(eventually([&] { return thread.flush(); }));
   // A line longer than all that may wait, and one behind it.
   hang_with(4);
   const std::string huge(SyslogThread::max_bytes + 1, 'x');
   thread.write(4, huge);
   thread.write(4, "no room");
   daemon.hang(false);
-  EXPECT_TRUE(thread.flush());
+  EXPECT_TRUE(eventually([&] { return thread.flush(); }));
   // What is out takes no room any more.
   hang_with(5);
   for (const char* text : {"after", "and after"}) thread.write(5, text);
