@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -64,6 +65,9 @@ class LogCapture {
     m_lines.clear();
   }
 
+  /// Called with each line's text, on the thread that writes it. Set before there are such threads.
+  std::function<void(const std::string&)> on_line;
+
  private:
   static std::string name_of(log::Level level) {
     return log::level_to_string[static_cast<std::size_t>(level)];
@@ -71,6 +75,7 @@ class LogCapture {
   static void write(void* context, const char* file, int, const log::Message& message) {
     if (message.level > log::Logger::m_instance.level) return;
     auto* self = static_cast<LogCapture*>(context);
+    if (self->on_line) self->on_line(message.text());
     const std::lock_guard lock(self->m_mutex);
     self->m_lines.push_back(name_of(message.level) + " " + file + " " + message.text());
   }
