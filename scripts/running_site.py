@@ -6,6 +6,7 @@ Everything is on 127.0.0.1 and on ports of its own; leaving the site ends what i
 import json
 import os
 import pathlib
+import random
 import re
 import signal
 import socket
@@ -16,6 +17,8 @@ import time
 
 SOUNDS = pathlib.Path("/usr/share/asterisk/sounds")
 RULE = 1
+
+claims = []  # sockets that claim ports
 
 # A view of the file system in which /dev is the given folder, so that the node's syslog lines arrive in
 # its "log". The devices that programs expect are bound into it.
@@ -32,9 +35,21 @@ def prompts_folder(language):
 
 
 def free_udp_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """For a process that binds it later: none of those that the kernel gives to sockets which ask for any, and none
+    that this process or another test has got here or from tests/support/udp_receiver.h: a socket of the port's name
+    claims it until this process ends."""
+    while True:
+        port = random.randrange(10000, 32768)
+        claim = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            try:
+                claim.bind(f"\0corvanth-test-port-{port}")
+                probe.bind(("", port))
+            except OSError:
+                claim.close()
+                continue
+        claims.append(claim)
+        return port
 
 
 def load_result(load, log):

@@ -12,12 +12,14 @@ import os
 import pathlib
 import re
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
 
-LONGEST_S = 240
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+import running_site  # noqa: E402
+
+LONGEST_S = 800
 PORTS = ["5060", "6000"]
 
 
@@ -43,16 +45,6 @@ def pattern_of(expected):
     return re.compile("".join(lines))
 
 
-def free_ports(count):
-    sockets = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(count)]
-    for each in sockets:
-        each.bind(("127.0.0.1", 0))
-    ports = [str(each.getsockname()[1]) for each in sockets]
-    for each in sockets:
-        each.close()
-    return ports
-
-
 def run(commands, executables, folder):
     """What each command printed; None for one that was never reached."""
     script = "\n".join(f"{{\n{command}\n}} > {folder}/output.{i} 2>&1" for i, (command, _) in enumerate(commands))
@@ -76,9 +68,8 @@ def run(commands, executables, folder):
 
 def main(page, executables, show):
     text = page.read_text()
-    ports = dict(zip(PORTS, free_ports(len(PORTS))))
-    for written, free in ports.items():
-        text = re.sub(rf"\b{written}\b", free, text)
+    for written in PORTS:
+        text = re.sub(rf"\b{written}\b", str(running_site.free_udp_port()), text)
     commands = commands_of(text)
     with tempfile.TemporaryDirectory(prefix="corvanth-tutorial-") as folder:
         printed = run(commands, executables, pathlib.Path(folder))

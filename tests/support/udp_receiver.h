@@ -1,9 +1,13 @@
 // A receiver of datagrams on a free port of the loopback interface. Users link cv_net.
 #pragma once
 
+#include <cstddef>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -37,7 +41,7 @@ class UdpReceiver {
     return std::exchange(m_texts, {});
   }
 
-  /// Waits until a datagram contains `part`; the latest such, or an empty text after 30 s.
+  /// Waits until a datagram contains `part`; the latest such, or an empty text after 90 s.
   std::string wait_for(const std::string& part) {
     std::string found;
     eventually([&] {
@@ -54,7 +58,25 @@ class UdpReceiver {
   std::vector<std::string> m_texts;
 };
 
-/// A UDP port that was free a moment ago.
-inline uint16_t free_udp_port() { return UdpReceiver().port(); }
+/// A UDP port for a process that binds it later: none of those that the kernel gives to sockets which
+/// ask for any, and none that this process or another test has got here or from
+/// scripts/running_site.py: a socket of the port's name claims it until this process ends.
+inline uint16_t free_udp_port() {
+  std::random_device random;
+  for (;;) {
+    const auto port = std::uniform_int_distribution<uint16_t>(10000, 32767)(random);
+    const std::string name = "corvanth-test-port-" + std::to_string(port);
+    sockaddr_un address{AF_UNIX, {}};
+    name.copy(address.sun_path + 1, name.size());
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    const int claim = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (claim < 0) throw std::runtime_error("no socket");
+    if (bind(claim, reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
+        net::Socket().open(port, INADDR_ANY)) {
+      return port;
+    }
+    close(claim);
+  }
+}
 
 }  // namespace cv::test
