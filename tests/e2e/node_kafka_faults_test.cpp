@@ -26,11 +26,13 @@ void print_recovery(const char* what, Clock::time_point since) {
 class SteadyCalls {
  public:
   SteadyCalls(KafkaSite& site, const Recording& recording)
-      : m_site(site), m_recording(recording), m_thread([this] { run(); }) {}
+      : m_site(site),
+        m_recording(recording),
+        m_thread([this](const std::stop_token& stop) { run(stop); }) {}
 
   /// Ends the last call and expects a finding on each of them.
   void finish() {
-    m_running = false;
+    m_thread.request_stop();
     m_thread.join();
     EXPECT_GT(m_calls, 0);
     for (int call = 0; call < m_calls; ++call) {
@@ -42,7 +44,7 @@ class SteadyCalls {
  private:
   static uint8_t number(int call) { return static_cast<uint8_t>(100 + call); }
 
-  void run() {
+  void run(const std::stop_token& stop) {
     do {
       const CallPackets call(number(m_calls++));
       m_site.send_start(call);
@@ -53,14 +55,13 @@ class SteadyCalls {
         left = left.subspan(packet.size());
         std::this_thread::sleep_for(20ms);
       }
-    } while (m_running);
+    } while (!stop.stop_requested());
   }
 
   KafkaSite& m_site;
   const Recording m_recording;
-  std::atomic<bool> m_running{true};
   int m_calls = 0;
-  std::thread m_thread;
+  std::jthread m_thread;
 };
 
 class NodeKafkaFaults : public testing::Test {
