@@ -60,11 +60,11 @@ class KafkaSite : public RunningNode {
   /// Whether the node has built a database of this many samples, none of them missing.
   bool node_is_loaded(size_t samples);
   /// Waits for that.
-  bool node_loaded(size_t samples, int seconds = 30);
+  bool node_loaded(size_t samples, int seconds = 90);
   /// The node has its database, and its media port is open.
   bool node_is_ready() { return node_logged("PACKETS_READER: thread ["); }
 
-  /// Whether a finding of this recording on this call has come, or comes within 30 s.
+  /// Whether a finding of this recording on this call has come, or comes within 90 s.
   bool reported(const CallPackets& call, const Recording& recording);
   /// Whether a call of its own, with all of the recording, is recognised.
   bool finds(const Recording& recording, uint8_t call_number);

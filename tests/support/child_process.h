@@ -22,10 +22,10 @@ class ChildProcess {
   pid_t pid() const { return m_pid; }
   void send_signal(int number) const;
   std::string output() const;
-  /// Waits until the output holds `text` (at or behind `from`), the process ends, or 30 s pass.
+  /// Waits until the output holds `text` (at or behind `from`), the process ends, or 90 s pass.
   bool wait_for_output(const std::string& text, size_t from = 0);
   /// The exit status once it ended within `seconds`; 128 + signal when a signal ended it.
-  std::optional<int> wait_exit(int seconds = 30);
+  std::optional<int> wait_exit(int seconds = 90);
 
  private:
   bool poll_exit();

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int delivery_ms = 10000;
 constexpr int32_t only_broker = 1;
-constexpr auto consume_limit = std::chrono::seconds(10);
+constexpr auto consume_limit = std::chrono::seconds(60);
 
 /// Runs MessageBroker::compress or ::decompress over a text.
 template <typename Transform>
