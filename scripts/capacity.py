@@ -71,7 +71,10 @@ class Processors:
     def read(self):
         times = {}
         for task in self.tasks.iterdir():
-            name, fields = (task / "stat").read_text().rsplit(")", 1)
+            try:
+                name, fields = (task / "stat").read_text().rsplit(")", 1)
+            except (FileNotFoundError, ProcessLookupError):  # it has just ended
+                continue
             fields = fields.split()
             times[(task.name, name.split("(", 1)[1])] = (int(fields[11]) + int(fields[12])) / 100
         return times

@@ -80,9 +80,10 @@ class Syslog:
             self.counters = {label: int(value) for label, value in found}
             self.blocks += 1
 
-    def fresh_counters(self, seconds=12):
-        """Of a block written from now on: one comes every five seconds."""
-        wanted = self.blocks + 1
+    def fresh_counters(self, seconds=30):
+        """Of the block after the next, which is written from now on: the next one may be on its way already. One comes
+        every five seconds."""
+        wanted = self.blocks + 2
         deadline = time.monotonic() + seconds
         while self.blocks < wanted and time.monotonic() < deadline:
             time.sleep(0.05)
@@ -159,5 +160,7 @@ class Site:
             rights = [] if os.geteuid() == 0 else ["--map-root-user"]
             arguments = ["unshare", "--mount", *rights, "sh", "-c", PRIVATE_DEV, str(syslog.dev), *arguments]
         process = self.start("node", arguments, {**os.environ, "CORVANTH_KAFKA_CONF": str(self.kafka_conf)})
-        self.wait_for_log("node", "PACKETS_READER: thread", 60)
+        # The first alone may be for a database that still lacks samples.
+        for text in ("PACKETS_READER: thread", "successfully built"):
+            self.wait_for_log("node", text, 60)
         return process

@@ -20,6 +20,7 @@ say.
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -155,8 +156,9 @@ class Watch:
         """A thread that the scheduler has not run since the last look does not even wait with a limit any more."""
         slices = {}
         for task in self.tasks.iterdir():
-            name = "main" if task.name == str(self.pid) else (task / "comm").read_text().strip()
-            slices[name] = slices.get(name, 0) + int((task / "schedstat").read_text().split()[2])
+            with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # it has just ended
+                name = "main" if task.name == str(self.pid) else (task / "comm").read_text().strip()
+                slices[name] = slices.get(name, 0) + int((task / "schedstat").read_text().split()[2])
         if self.slices:
             self.stuck |= {name for name in ["main", *THREADS] if slices.get(name, 0) <= self.slices.get(name, 0)}
         self.slices = slices
@@ -192,7 +194,6 @@ class Soak:
                 calls = running_site.load_result(load, self.folder / "load.log")
                 broker.settle()
                 up_to_date = self.wait_for_configuration(site)
-                time.sleep(0.5)
                 counters = syslog.fresh_counters()
                 stop_s = self.stop(node)
                 configd = dict(site.processes)["configd"]
@@ -222,8 +223,10 @@ class Soak:
             if node.poll() is not None:
                 sys.exit("soak: the node ended:\n" + (self.folder / "node.log").read_text(errors="replace")[-5000:])
             for action in actions:
-                if time.monotonic() - watch.begin >= action[0]:
-                    action[0] += action[1]
+                now = time.monotonic() - watch.begin
+                if now >= action[0]:
+                    # Its beat, but after a stall a new one: two looks at the threads are never close together.
+                    action[0] = max(action[0], now - 1) + action[1]
                     action[2]()
             broker.turn()
             time.sleep(0.1)
