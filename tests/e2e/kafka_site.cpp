@@ -108,4 +108,9 @@ bool KafkaSite::finds(const Recording& recording, uint8_t call_number) {
   return reported(call, recording);
 }
 
+void print_recovery(const char* what, std::chrono::steady_clock::time_point since) {
+  std::printf("RECOVERY %s: %.1f s\n", what,
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count());
+}
+
 }  // namespace cv::test

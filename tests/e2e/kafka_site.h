@@ -2,6 +2,7 @@
 // node, and calls to it. What is started ends with the object; everything is on 127.0.0.1.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <memory>
@@ -80,5 +81,8 @@ class KafkaSite : public RunningNode {
   TemporaryFolder m_recordings;
   std::unique_ptr<ChildProcess> m_manager;
 };
+
+/// Prints the time since then.
+void print_recovery(const char* what, std::chrono::steady_clock::time_point since);
 
 }  // namespace cv::test

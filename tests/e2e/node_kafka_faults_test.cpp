@@ -17,11 +17,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-void print_recovery(const char* what, Clock::time_point since) {
-  std::printf("RECOVERY %s: %.1f s\n", what,
-              std::chrono::duration<double>(Clock::now() - since).count());
-}
-
 /// Calls one after the other, in real time and with a pause, until stopped; each plays the recording.
 class SteadyCalls {
  public:

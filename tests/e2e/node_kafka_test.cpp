@@ -39,9 +39,13 @@ TEST_F(NodeKafka, StartsBeforeTheManagerAndBeforeEveryTopic) {
 
 TEST_F(NodeKafka, StartsAgainAtOnceAfterAStopAndAfterACrash) {
   start_manager({"--node-topic", node_topic()});
+  const char* before = "node started";
   for (const int end : {SIGTERM, SIGKILL, SIGTERM}) {
+    const auto since = std::chrono::steady_clock::now();
     start_node();
     EXPECT_TRUE(node_is_ready()) << node().output();
+    print_recovery(before, since);
+    before = end == SIGTERM ? "node stopped" : "node killed";
     if (end == SIGTERM) {
       stop_node();
     } else {
@@ -56,8 +60,10 @@ TEST_F(NodeKafka, StartsBeforeTheBroker) {
   start_node();
   EXPECT_TRUE(node_logged("MESSAGE_BROKER: consumer startup failed")) << node().output();
   kafka("up");
+  const auto since = std::chrono::steady_clock::now();
   start_manager();
   EXPECT_TRUE(node_is_ready()) << node().output();
+  print_recovery("broker down at the start", since);
   const std::string log = node().output();
   EXPECT_NE(log.find("SERVICE: topics have been assigned after the configurations"), log.npos)
       << log;
