@@ -1,10 +1,10 @@
 #include "e2e/kafka_site.h"
 
 #include <cstdio>
-#include <stdexcept>
 #include <time.h>
 #include <unistd.h>
 
+#include "support/shell.h"
 #include "support/sound_folder.h"
 #include "utils/utils_str.h"
 
@@ -20,14 +20,7 @@ std::string flat_name(const Recording& recording) {
 }  // namespace
 
 std::string kafka_script(const std::string& command, const std::string& folder) {
-  const std::string line = std::string(KAFKA_SCRIPT) + " " + command + " --dir " + folder;
-  FILE* pipe = popen(line.c_str(), "r");
-  if (pipe == nullptr) throw std::runtime_error("cannot run " + line);
-  std::string text;
-  for (int character = 0; (character = fgetc(pipe)) != EOF;) text += static_cast<char>(character);
-  if (pclose(pipe) != 0) throw std::runtime_error("failed: " + line);
-  while (text.ends_with('\n')) text.pop_back();
-  return text;
+  return printed_by(std::string(KAFKA_SCRIPT) + " " + command + " --dir " + folder);
 }
 
 KafkaBroker::KafkaBroker(const std::vector<std::string>& settings) { up(settings); }

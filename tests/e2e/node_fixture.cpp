@@ -1,18 +1,34 @@
 #include "e2e/node_fixture.h"
 
+#include <cstdlib>
 #include <stdexcept>
+#include <unistd.h>
 
 #include "audio/audio_fingerprint.h"
 #include "audio/audio_sample_packet.h"
 #include "support/recordings.h"
+#include "support/shell.h"
 #include "tools/configd/event_texts.h"
+#include "tools/configd/topic_creation.h"
 
 namespace cv::test {
 
 namespace {
 
-constexpr const char* request_topic = "corvanth_request";
-constexpr const char* broadcast_topic = "corvanth_broadcast";
+/// What prints the address of a real broker; null: each test has a cluster of its own.
+const char* broker_command() { return std::getenv("CORVANTH_TEST_BROKER"); }
+
+/// A topic of this test's own on a broker that all of them share.
+std::string topic(const std::string& name) {
+  return broker_command() == nullptr ? name : name + "_" + std::to_string(getpid());
+}
+
+std::unique_ptr<KafkaClient> make_kafka(const std::vector<std::string>& topics) {
+  if (broker_command() == nullptr) return std::make_unique<MockKafka>(topics);
+  auto kafka = std::make_unique<KafkaClient>(printed_by(broker_command()));
+  tools::create_topics(kafka->brokers(), {}, topics);
+  return kafka;
+}
 
 std::string body_of(const std::string& json) {
   const auto body = tools::event_body(json);
@@ -29,10 +45,12 @@ std::vector<int16_t> prompt(const std::string& name) {
 }
 
 NodeFixture::NodeFixture(const std::string& kafka_settings)
-    : m_kafka({request_topic, broadcast_topic, node_topic()}) {
-  m_sandbox.write_etc("kafka.conf", "kafka_broker = " + m_kafka.brokers() +
-                                        "\nkafka_topic_request = " + request_topic +
-                                        "\nkafka_topic_broadcast = " + broadcast_topic + "\n" +
+    : m_request_topic(topic("corvanth_request")),
+      m_broadcast_topic(topic("corvanth_broadcast")),
+      m_kafka(make_kafka({m_request_topic, m_broadcast_topic, node_topic()})) {
+  m_sandbox.write_etc("kafka.conf", "kafka_broker = " + m_kafka->brokers() +
+                                        "\nkafka_topic_request = " + m_request_topic +
+                                        "\nkafka_topic_broadcast = " + m_broadcast_topic + "\n" +
                                         kafka_settings);
 }
 
@@ -57,16 +75,16 @@ void NodeFixture::start_ready_node(const std::vector<std::string>& prompts,
 }
 
 void NodeFixture::send_to_node(const std::string& json) {
-  m_kafka.produce(node_topic(), body_of(json));
+  m_kafka->produce(node_topic(), body_of(json));
 }
 
 void NodeFixture::broadcast(const std::string& json) {
-  m_kafka.produce(broadcast_topic, body_of(json));
+  m_kafka->produce(m_broadcast_topic, body_of(json));
 }
 
 std::vector<std::string> NodeFixture::requests(size_t count) {
   std::vector<std::string> texts;
-  for (const std::string& body : m_kafka.consume(request_topic, count)) {
+  for (const std::string& body : m_kafka->consume(m_request_topic, count)) {
     texts.push_back(decompressed(body).value().substr(1));
   }
   return texts;

@@ -47,7 +47,13 @@ class NodeFixture : public testing::Test, protected RunningNode {
   /// How often `text` stands in the syslog lines.
   size_t syslog_count(const std::string& text) const;
 
-  MockKafka m_kafka;
+  /// On the test's own cluster only.
+  MockKafka& mock() { return dynamic_cast<MockKafka&>(*m_kafka); }
+
+ private:
+  const std::string m_request_topic;
+  const std::string m_broadcast_topic;
+  std::unique_ptr<KafkaClient> m_kafka;
 };
 
 }  // namespace cv::test

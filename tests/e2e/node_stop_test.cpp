@@ -19,8 +19,8 @@ class NodeStop : public NodeFixture, public testing::WithParamInterface<Case> {
   }
 
   void set_broker(const std::string& state) {
-    if (state == "Hung") m_kafka.hang();
-    if (state == "Refusing") m_kafka.refuse();
+    if (state == "Hung") mock().hang();
+    if (state == "Refusing") mock().refuse();
   }
 
   /// Starts a node and brings it to the phase.

@@ -20,20 +20,41 @@ std::string compressed(const std::string& plain);
 /// What the broker under test makes of a body: its content, or nothing when it refuses it.
 std::optional<std::string> decompressed(const std::string& body);
 
-class MockKafka {
+using KafkaHandle = std::unique_ptr<rd_kafka_t, decltype(&rd_kafka_destroy)>;
+
+/// The other side of what is under test, on any cluster.
+class KafkaClient {
  public:
-  explicit MockKafka(const std::vector<std::string>& topics);
-  ~MockKafka();
-  MockKafka(const MockKafka&) = delete;
-  MockKafka& operator=(const MockKafka&) = delete;
+  explicit KafkaClient(const std::string& brokers);
+  virtual ~KafkaClient() = default;
+  KafkaClient(const KafkaClient&) = delete;
+  KafkaClient& operator=(const KafkaClient&) = delete;
 
   /// "127.0.0.1:port"
-  std::string brokers() const;
+  const std::string& brokers() const { return m_brokers; }
 
   /// Publishes a raw body; returns when the cluster has it.
   void produce(const std::string& topic, const std::string& body);
   /// The raw bodies of a topic from its beginning: `count` of them, fewer when they do not come.
   std::vector<std::string> consume(const std::string& topic, std::size_t count);
+
+ private:
+  std::string m_brokers;
+  KafkaHandle m_producer;
+};
+
+/// What a client of the cluster needs before it can be made.
+struct MockCluster {
+  explicit MockCluster(const std::vector<std::string>& topics);
+  ~MockCluster();
+
+  KafkaHandle host;
+  rd_kafka_mock_cluster_t* cluster;
+};
+
+class MockKafka : private MockCluster, public KafkaClient {
+ public:
+  explicit MockKafka(const std::vector<std::string>& topics);
 
   /// From now on the cluster answers for `topic` with `error`; RD_KAFKA_RESP_ERR_NO_ERROR ends that.
   void set_topic_error(const std::string& topic, rd_kafka_resp_err_t error);
@@ -45,14 +66,6 @@ class MockKafka {
   void hang();
   /// From now on the cluster has no connections and refuses new ones, like a broker that died.
   void refuse();
-
- private:
-  using Handle = std::unique_ptr<rd_kafka_t, decltype(&rd_kafka_destroy)>;
-  Handle make_client(rd_kafka_type_t type, bool connected) const;
-
-  Handle m_host;
-  rd_kafka_mock_cluster_t* m_cluster;
-  Handle m_producer;
 };
 
 }  // namespace cv::test
