@@ -54,7 +54,7 @@ MessageBroker::~MessageBroker() {
   stop_consumer();
   flush_producer(deadline);
   if (m_thread.joinable()) m_thread.join();
-  count_lost();
+  say_lost();
   delete m_producer.load();
   RdKafka::wait_destroyed(library_destroyed_ms);
 }
@@ -79,7 +79,7 @@ void MessageBroker::flush_producer(std::chrono::steady_clock::time_point deadlin
 }
 
 /// Of what was queued, by handlers of the consumer thread until its end, too.
-void MessageBroker::count_lost() {
+void MessageBroker::say_lost() {
   if (m_producer == nullptr) return;
   m_producer.load()->poll(0);
   if (const int count = m_producer.load()->outq_len(); count > 0) {

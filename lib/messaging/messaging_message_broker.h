@@ -86,7 +86,7 @@ class MessageBroker : public RdKafka::RebalanceCb,
   void report_event(const RdKafka::Event& event) const;
   void start_producer();
   void flush_producer(std::chrono::steady_clock::time_point deadline);
-  void count_lost();
+  void say_lost();
   void start_consumer();
   void stop_consumer();
 

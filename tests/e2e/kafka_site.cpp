@@ -1,8 +1,6 @@
 #include "e2e/kafka_site.h"
 
 #include <cstdio>
-#include <time.h>
-#include <unistd.h>
 
 #include "support/shell.h"
 #include "support/sound_folder.h"
@@ -31,12 +29,6 @@ void KafkaBroker::up(const std::vector<std::string>& settings) {
   std::string command = "up";
   for (const std::string& setting : settings) command += " --set '" + setting + "'";
   m_address = kafka_script(command, m_folder / "broker");
-}
-
-std::string unique_text() {
-  static int count = 0;
-  return std::to_string(getpid()) + "_" + std::to_string(time(nullptr)) + "_" +
-         std::to_string(++count);
 }
 
 KafkaSite::KafkaSite(const std::string& broker, const std::string& properties_file,

@@ -42,9 +42,6 @@ class KafkaBroker {
   std::string m_address;
 };
 
-/// A text that no other test run on the same broker has.
-std::string unique_text();
-
 /// configd and one node.
 class KafkaSite : public RunningNode {
  public:

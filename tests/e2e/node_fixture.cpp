@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "audio/audio_fingerprint.h"
 #include "audio/audio_sample_packet.h"
@@ -20,7 +19,7 @@ const char* broker_command() { return std::getenv("CORVANTH_TEST_BROKER"); }
 
 /// A topic of this test's own on a broker that all of them share.
 std::string topic(const std::string& name) {
-  return broker_command() == nullptr ? name : name + "_" + std::to_string(getpid());
+  return broker_command() == nullptr ? name : name + "_" + unique_text();
 }
 
 std::unique_ptr<KafkaClient> make_kafka(const std::vector<std::string>& topics) {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <signal.h>
 #include <string>
+#include <time.h>
+#include <unistd.h>
 #include <vector>
 
 #include "support/child_process.h"
@@ -13,6 +15,13 @@
 #include "support/udp_receiver.h"
 
 namespace cv::test {
+
+/// A text that no other test run on the same broker has.
+inline std::string unique_text() {
+  static int count = 0;
+  return std::to_string(getpid()) + "_" + std::to_string(time(nullptr)) + "_" +
+         std::to_string(++count);
+}
 
 class RunningNode : public MediaSource {
  public:
