@@ -30,6 +30,8 @@ TEST(CommandLine, ExitStatusesAreDoneFailedAndUsage) {
       {2, play, {"--rule", "-1", "/nonexistent.wav"}},
       {2, play, {"--rule", "010", "/nonexistent.wav"}},
       {2, play, {"--rule", "18446744073709551616", "/nonexistent.wav"}},
+      {2, play, {"--rule", "1", "--speed", "nan", "/nonexistent.wav"}},
+      {2, play, {"--rule", "1", "--speed", "1e3x", "/nonexistent.wav"}},
       {0, listen, {}},
       {1, listen, {"--count", "1"}},
       {2, {"configd", "--brokers", "b:1", "--embedded-broker"}, site},

@@ -22,6 +22,7 @@
 #include "tools/configd/state_file.h"
 #include "tools/configd/topic_creation.h"
 #include "tools/log_to_standard_error.h"
+#include "tools/number_option.h"
 #include "tools/progress_bar.h"
 #include "tools/stop_signals.h"
 #include "tools/text_file.h"
@@ -227,12 +228,12 @@ void add_configd_command(CLI::App& app, int& status) {
       ->capture_default_str();
   command->add_option("--group", options->group, "consumer group (default: a new one each run)");
   command->add_option("--look-every", options->look_interval_s, "seconds between looks for changes")
-      ->check(CLI::Range(0.01, 3600.0))
+      ->check(number_between(0.01, 3600.0))
       ->capture_default_str();
   command
       ->add_option("--announce-every", options->announce_interval_s,
                    "seconds between repeated announcements of the versions, 0 for none")
-      ->check(CLI::Range(0.0, 86400.0))
+      ->check(number_between(0.0, 86400.0))
       ->capture_default_str();
   command
       ->add_option("--rate", options->rate_bytes,

@@ -7,6 +7,7 @@
 #include "audio/audio_fingerprint.h"
 #include "tools/command_line.h"
 #include "tools/evaluate/evaluate_command.h"
+#include "tools/number_option.h"
 
 namespace cv::tools {
 
@@ -158,20 +159,22 @@ void add_call_options(CLI::App& command, EvaluateOptions& options) {
   command
       .add_option("--background-call", options.background_call_s,
                   "with --plant, seconds of a call in which nothing is played")
-      ->check(CLI::Range(1.0, 86400.0))
+      ->check(number_between(1.0, 86400.0))
       ->capture_default_str();
   command
       .add_option("--background-hours", options.background_hours,
                   "with --plant, use the background again and again until it is that long")
-      ->check(CLI::Range(0.0, 10000.0))
+      ->check(number_between(0.0, 10000.0))
       ->capture_default_str();
   command
       .add_option("--plant", options.planted_calls,
                   "instead of --truth, play this many samples into background speech")
       ->check(CLI::Range(1U, 1000000U));
   command.add_option("--plant-least", options.planted_least_s, "shortest sample to plant, seconds")
+      ->check(number_between(0, 86400))
       ->capture_default_str();
   command.add_option("--plant-most", options.planted_most_s, "longest sample to plant, seconds")
+      ->check(number_between(0, 86400))
       ->capture_default_str();
   command.add_option("--seed", options.plan.seed, "of all that is random")->capture_default_str();
 }
@@ -188,7 +191,7 @@ void add_evaluate_command(CLI::App& app, int& status) {
   command
       ->add_option("--false-per-hour", options->false_per_hour,
                    "the table is about the lowest threshold with at most that many")
-      ->check(CLI::Range(0.0, 1e9))
+      ->check(number_between(0.0, 1e9))
       ->capture_default_str();
   command->add_option("--csv", options->csv,
                       "write a line for every setting, condition and threshold");

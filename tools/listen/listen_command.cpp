@@ -14,6 +14,7 @@
 #include "log/log_sinks.h"
 #include "net/net_socket.h"
 #include "tools/command_line.h"
+#include "tools/number_option.h"
 #include "tools/stop_signals.h"
 
 namespace cv::tools {
@@ -109,7 +110,7 @@ void add_listen_command(CLI::App& app, int& status) {
   command
       ->add_option("--timeout", options->timeout_s,
                    "end after so many seconds; with fewer reports than --count, as a failure")
-      ->check(CLI::Range(0.0, 1e9));
+      ->check(number_between(0.0, 1e9));
   command->callback([options, &status] { status = run_listen(*options); });
 }
 

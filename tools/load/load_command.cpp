@@ -24,6 +24,7 @@
 #include "tools/load/load_sender.h"
 #include "tools/load/load_text.h"
 #include "tools/log_to_standard_error.h"
+#include "tools/number_option.h"
 #include "tools/progress_bar.h"
 #include "tools/stop_signals.h"
 
@@ -268,18 +269,18 @@ void add_load_command(CLI::App& app, int& status) {
       ->required()
       ->check(CLI::Range(1U, 100000U));
   command->add_option("--ramp", options->ramp_s, "seconds in which they start")
-      ->check(CLI::Range(0.0, 86400.0))
+      ->check(number_between(0.0, 86400.0))
       ->capture_default_str();
   command->add_option("--duration", options->duration_s, "seconds with all of them")
-      ->check(CLI::Range(0.1, 2592000.0))
+      ->check(number_between(0.1, 2592000.0))
       ->capture_default_str();
   command
       ->add_option("--call-length", options->call_length_s,
                    "seconds; a call that ends is followed by a new one")
-      ->check(CLI::Range(1.0, 3600.0))
+      ->check(number_between(1.0, 3600.0))
       ->capture_default_str();
   command->add_option("--share", options->share, "of the calls that hold a known recording")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(number_between(0.0, 1.0))
       ->capture_default_str();
   Impairments& impairments = options->impairments;
   const std::tuple<const char*, double&, const char*> shares[] = {
@@ -289,7 +290,7 @@ void add_load_command(CLI::App& app, int& status) {
       {"--switch", impairments.switched, "of the calls whose features are switched under way"}};
   for (const auto& [name, share, what] : shares) {
     command->add_option(name, share, std::string("share ") + what)
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(number_between(0.0, 1.0))
         ->capture_default_str();
   }
   command
@@ -306,14 +307,10 @@ void add_load_command(CLI::App& app, int& status) {
                       "where the node sends reports (default: the address it is reached from)");
   command->add_option("--seed", options->seed, "of the calls' choice")->capture_default_str();
   command->add_option("--drain", options->drain_s, "seconds to wait for the last reports")
-      ->check(CLI::Range(0.0, 600.0))
+      ->check(number_between(0.0, 600.0))
       ->capture_default_str();
   command->add_flag("--json", options->json, "print the verdict as JSON");
   command->callback([options, &status] {
-    for (const double value : {options->ramp_s, options->duration_s, options->call_length_s,
-                               options->share, options->drain_s, options->impairments.switched}) {
-      if (!std::isfinite(value)) throw CLI::ValidationError("load", "a number is needed, not nan");
-    }
     const Impairments& shares = options->impairments;
     if (!(shares.lost + shares.late + shares.twice <= 1)) {
       throw CLI::ValidationError("--loss",

@@ -16,6 +16,7 @@
 #include "tools/audio_file.h"
 #include "tools/command_line.h"
 #include "tools/endpoint.h"
+#include "tools/number_option.h"
 #include "tools/progress_bar.h"
 #include "tools/stop_signals.h"
 #include "utils/utils_bytes.h"
@@ -195,7 +196,7 @@ void add_play_command(CLI::App& app, int& status) {
                    "the side that is silent when there is one FILE (default: terminator)")
       ->check(CLI::IsMember({"originator", "terminator"}));
   command->add_option("--speed", options->speed, "times faster than real time")
-      ->check(CLI::Range(0.01, 1000.0))
+      ->check(number_between(0.01, 1000.0))
       ->capture_default_str();
   command->callback([options, &status] {
     if (!options->silent_side.empty() && options->files.size() > 1) {
