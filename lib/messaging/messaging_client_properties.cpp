@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <list>
 #include <memory>
 #include <sstream>
 #include <string_view>
@@ -90,6 +91,17 @@ bool parse_line(const std::string& line, ClientProperties& properties) {
   return true;
 }
 
+/// Whether the library has a property whose name begins as this one, up to the first dot.
+bool is_of_known_family(const std::string& name) {
+  const size_t dot = name.find('.');
+  if (dot == name.npos) return false;
+  const std::unique_ptr<RdKafka::Conf> conf(RdKafka::Conf::create(RdKafka::Conf::CONF_GLOBAL));
+  const std::unique_ptr<const std::list<std::string>> names_and_values(conf->dump());
+  return std::any_of(
+      names_and_values->begin(), names_and_values->end(),
+      [&](const std::string& known) { return known.starts_with(name.substr(0, dot + 1)); });
+}
+
 void log_refused_property(const std::string& name, const std::string& reason) {
   CV_LOG(ErrorMessage) << "MESSAGE_BROKER: failed to setup \"" << name << "\": " << reason;
 }
@@ -114,8 +126,8 @@ bool set_client_properties(RdKafka::Conf& conf, const ClientProperties& properti
     std::string error;
     const RdKafka::Conf::ConfResult result = conf.set(name, value, error);
     if (result == RdKafka::Conf::CONF_OK) continue;
-    // An unknown word may be a password that ends in "=".
-    const bool any_word = result == RdKafka::Conf::CONF_UNKNOWN && name.find('.') == name.npos;
+    // What is like no property may be a password that ends in "="; "sasl.pasword" is worth its name.
+    const bool any_word = result == RdKafka::Conf::CONF_UNKNOWN && !is_of_known_family(name);
     if (any_word) hide_word(error, name);
     log_refused_property(any_word ? hidden : name, without_value(error, value));
     return false;

@@ -60,6 +60,7 @@ TEST(ClientProperties, RefusalsNameFileLineAndPropertyAndNeverAValue) {
       {"sasl.password: hunter2==\n", 1, no_property, ""},
       {"sasl.password hunter2=", 1, no_property, ""},
       {"hunter2=", 1, refused, "\"***\": No such configuration property"},
+      {"pass.hunter2=", 1, refused, "\"***\": No such configuration property"},
       {"sasl.pasword=hunter2", 1, refused, "\"sasl.pasword\": No such configuration property"},
       {"client.id=a\ndebug=generic,hunter2", 2, refused, "\"debug\": Invalid value"},
       {"socket.timeout.ms=hunter2", 1, refused, "\"socket.timeout.ms\": Invalid value"},
