@@ -91,7 +91,6 @@ class MessageBroker : public RdKafka::RebalanceCb,
   void stop_consumer();
 
   bool create_consumer();
-  bool subscribe();
   void close_consumer();
   bool group_answers();
   void consumer_loop();

@@ -53,7 +53,6 @@ class EvaluationResult {
   std::optional<std::size_t> lowest_level(std::size_t setting, double false_per_hour) const;
 
   /// The background's calls alternate between two halves, to try on one what was learnt on the other.
-  double half_hours(std::size_t half) const { return m_background_hours[half]; }
   uint64_t half_findings(std::size_t half, std::size_t setting, std::size_t level,
                          uint32_t position) const {
     return m_background[half][at(setting, position, level)];
