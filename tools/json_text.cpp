@@ -37,19 +37,24 @@ bool deeper_than(const rapidjson::Value& value, int limit) {
   return false;
 }
 
-/// Nested no deeper than max_json_depth. The parser lets some numbers beyond a double's range through, and
-/// the writer cannot write them.
-bool is_writable(const rapidjson::Value& value) {
+/// What of it the writer could not write as JSON, or null. The parser lets some numbers beyond a double's
+/// range through, and "\uDC00" without its first half. Nested no deeper than max_json_depth.
+const char* unwritable(const rapidjson::Value& value) {
+  if (value.IsString() && !is_utf8(text_of(value))) return "holds half of a surrogate pair";
+  if (value.IsDouble() && !std::isfinite(value.GetDouble())) {
+    return "holds a number beyond the range of a double";
+  }
   if (value.IsArray()) {
-    const auto items = value.GetArray();
-    return std::all_of(items.begin(), items.end(), &is_writable);
+    for (const auto& item : value.GetArray()) {
+      if (const char* complaint = unwritable(item)) return complaint;
+    }
+  } else if (value.IsObject()) {
+    for (const auto& member : value.GetObject()) {
+      if (const char* complaint = unwritable(member.name)) return complaint;
+      if (const char* complaint = unwritable(member.value)) return complaint;
+    }
   }
-  if (value.IsObject()) {
-    const auto members = value.GetObject();
-    return std::all_of(members.begin(), members.end(),
-                       [](const auto& member) { return is_writable(member.value); });
-  }
-  return !value.IsDouble() || std::isfinite(value.GetDouble());
+  return nullptr;
 }
 
 }  // namespace
@@ -75,8 +80,8 @@ bool parse_json(std::string_view text, JsonDialect dialect, rapidjson::Document&
     error = "nests deeper than " + std::to_string(max_json_depth) + " levels";
     return false;
   }
-  if (!is_writable(document)) {
-    error = "holds a number beyond the range of a double";
+  if (const char* complaint = unwritable(document)) {
+    error = complaint;
     return false;
   }
   return true;

@@ -58,6 +58,7 @@ TEST(RulesFile, SaysWhereABadFileIsBad) {
       {in_rule(R"("dead_air": {"activity_hits": 4294967296})"), "rules[1].dead_air.activity_hits:"},
       {in_rule("\"event_object\": " + std::string(70, '[') + std::string(70, ']')), "deeper than"},
       {in_rule(R"("event_object": 17976931348623159e292)"), "beyond the range"},
+      {in_rule(R"("event_object": [{"\uDC00": 1}])"), "half of a surrogate pair"},
   };
   for (const auto& [text, place] : table) {
     std::string error;
