@@ -1,5 +1,8 @@
 #include "tools/audio_file.h"
 
+#include <array>
+#include <cstring>
+#include <fstream>
 #include <memory>
 #include <sndfile.h>
 #include <soxr.h>
@@ -100,6 +103,42 @@ void pick(const std::vector<float>& frames, std::size_t count, std::size_t chann
   for (std::size_t i = 0; i < count; ++i) out[i] = frames[i * channels + channel];
 }
 
+uint32_t little_endian_at(const char* bytes) {
+  uint32_t value = 0;
+  for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[i]);
+  return value;
+}
+
+/// Empty, or how much audio a WAV file lacks of what its header names, as after an interrupted copy:
+/// libsndfile takes what is there for the whole.
+std::string cut_short(const std::string& path) {
+  // What streams through a pipe has no size yet: its writer names about 2 or 4 GB.
+  constexpr uint32_t open_ended_bytes = 0x7F000000;
+  // A writer that counted wrong; so little is no prompt's recognition.
+  constexpr int64_t tolerated_bytes = 512;
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  const int64_t file_bytes = file.tellg();
+  std::array<char, 12> riff{};
+  file.seekg(0).read(riff.data(), riff.size());
+  if (!file || std::memcmp(riff.data(), "RIFF", 4) != 0 ||
+      std::memcmp(riff.data() + 8, "WAVE", 4) != 0) {
+    return {};
+  }
+  std::array<char, 8> chunk{};
+  while (file.read(chunk.data(), chunk.size())) {
+    const uint32_t named_bytes = little_endian_at(chunk.data() + 4);
+    if (std::memcmp(chunk.data(), "data", 4) != 0) {
+      file.seekg(int64_t{named_bytes} + (named_bytes & 1), std::ios::cur);
+      continue;
+    }
+    const int64_t there_bytes = file_bytes - file.tellg();
+    if (named_bytes >= open_ended_bytes || there_bytes + tolerated_bytes >= named_bytes) return {};
+    return "the audio ends early, after " + std::to_string(there_bytes) + " of " +
+           std::to_string(named_bytes) + " bytes";
+  }
+  return {};
+}
+
 Sound open_sound(const std::string& path, SF_INFO& info, std::string& error) {
   Sound sound(sf_open(path.c_str(), SFM_READ, &info));
   if (!sound) {
@@ -107,6 +146,11 @@ Sound open_sound(const std::string& path, SF_INFO& info, std::string& error) {
   } else if (info.samplerate < least_rate_hz) {
     error = std::to_string(info.samplerate) + " samples a second are no audio";
     sound.reset();
+  } else if (info.seekable != 0) {  // no pipe, which could not be read twice
+    if (const std::string lacks = cut_short(path); !lacks.empty()) {
+      error = lacks;
+      sound.reset();
+    }
   }
   return sound;
 }
@@ -149,8 +193,9 @@ bool convert(SNDFILE* sound, const SF_INFO& info, AudioChannels& out, const Spli
     if (refused(track)) return false;
   }
   if (total >= info.frames && sf_error(sound) == SF_ERR_NO_ERROR) return true;
-  error = "the audio ends early, after " + std::to_string(total) + " of " +
-          std::to_string(info.frames) + " frames";
+  error = "the audio ends early, after " + std::to_string(total);
+  if (info.frames != SF_COUNT_MAX) error += " of " + std::to_string(info.frames);
+  error += " frames";
   return false;
 }
 

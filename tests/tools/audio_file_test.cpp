@@ -1,7 +1,9 @@
 #include "tools/audio_file.h"
 
 #include <cmath>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 
 #include "support/sound_folder.h"
 
@@ -31,6 +33,36 @@ TEST(AudioFile, EveryRateAndNumberOfChannelsComesToTheSameLengthAndLevel) {
   test::write_sound(folder / "slow", std::vector<int16_t>(100), 1, 1);
   EXPECT_FALSE(read_audio(folder / "slow", error)) << "would be 100 s long";
   EXPECT_FALSE(error.empty());
+}
+
+TEST(AudioFile, AnInterruptedCopyIsRefused) {
+  const test::TemporaryFolder folder;
+  test::write_sound(folder / "a.wav", std::vector<int16_t>(8000, 1), 8000, 1);
+  std::ifstream file(folder / "a.wav", std::ios::binary);
+  const std::string whole{std::istreambuf_iterator<char>(file), {}};
+  constexpr std::size_t header_bytes = 44;
+  ASSERT_EQ(whole.size(), header_bytes + 16000);
+  const struct {
+    const char* what;
+    uint32_t named_bytes;
+    std::size_t there_bytes;
+    bool taken;
+  } table[] = {{"whole", 16000, 16000, true},
+               {"cut in the middle", 16000, 8192, false},
+               {"cut in front of the audio", 16000, 0, false},
+               {"a writer that counted its header, too", 16044, 16000, true},
+               {"streamed", 0xFFFFFFFF, 16000, true},
+               {"streamed, with a size that is a signed number", 0x7FFFF000, 16000, true}};
+  for (const auto& [what, named_bytes, there_bytes, taken] : table) {
+    SCOPED_TRACE(what);
+    std::string bytes = whole.substr(0, header_bytes + there_bytes);
+    for (std::size_t i = 0; i < 4; ++i) bytes[40 + i] = static_cast<char>(named_bytes >> 8 * i);
+    std::string error;
+    const auto samples = read_audio(folder.write("b.wav", bytes), error);
+    EXPECT_EQ(samples.has_value(), taken) << error;
+    EXPECT_EQ(samples.value_or(std::vector<int16_t>()).size(), taken ? there_bytes / 2 : 0);
+    EXPECT_EQ(error.find("the audio ends early") != error.npos, !taken);
+  }
 }
 
 TEST(AudioFile, ChannelsApartKeepTheirBits) {
