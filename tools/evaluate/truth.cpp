@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <utility>
@@ -41,7 +42,7 @@ std::string read_line(const std::vector<std::string_view>& fields, TruthLine& ou
            std::to_string(fields.size());
   }
   if (fields[0].empty()) return "the recording is missing";
-  out.recording = fields[0];
+  out.recording = std::filesystem::path(fields[0]).lexically_normal().string();
   const auto side = side_of(fields[1]);
   if (!side) {
     return "the side must be originator, terminator or -, not \"" + std::string(fields[1]) + "\"";
@@ -62,24 +63,24 @@ std::string read_line(const std::vector<std::string_view>& fields, TruthLine& ou
 /// What earlier lines said about one side of a recording.
 struct SideSaid {
   bool none = false;
-  bool played = false;
+  std::set<std::pair<std::string, double>> plays;  // sample and start
 };
 
-/// True when `line` agrees with the lines before it.
-bool agrees(const TruthLine& line, std::map<std::pair<std::string, int>, SideSaid>& said) {
-  bool agreed = true;
+/// Empty when `line` agrees with the lines before it and adds to them, else what is wrong.
+std::string contradiction(const TruthLine& line,
+                          std::map<std::pair<std::string, int>, SideSaid>& said) {
   for (const TruthSide side : {TruthSide::originator, TruthSide::terminator}) {
     if (line.side != side && line.side != TruthSide::every) continue;
     SideSaid& known = said[{line.recording, static_cast<int>(side)}];
-    if (line.sample.empty()) {
-      agreed = agreed && !known.played && !known.none;
-      known.none = true;
-    } else {
-      agreed = agreed && !known.none;
-      known.played = true;
+    if (known.none || (line.sample.empty() && !known.plays.empty())) {
+      return "an earlier line says something else about this side of the recording";
+    }
+    known.none = line.sample.empty();
+    if (!known.none && !known.plays.emplace(line.sample, line.start_s).second) {
+      return "an earlier line says the same: it would count twice";
     }
   }
-  return agreed;
+  return {};
 }
 
 }  // namespace
@@ -88,6 +89,7 @@ std::optional<std::vector<TruthLine>> parse_truth(std::string_view text, std::st
   std::vector<TruthLine> truth;
   std::map<std::pair<std::string, int>, SideSaid> said;
   std::size_t number = 0;
+  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
   for (std::string_view line : split(text, '\n')) {
     ++number;
     if (line.ends_with('\r')) line.remove_suffix(1);
@@ -95,9 +97,7 @@ std::optional<std::vector<TruthLine>> parse_truth(std::string_view text, std::st
     TruthLine read;
     read.line = number;
     std::string wrong = read_line(split(line, '\t'), read);
-    if (wrong.empty() && !agrees(read, said)) {
-      wrong = "an earlier line says something else about this side of the recording";
-    }
+    if (wrong.empty()) wrong = contradiction(read, said);
     if (!wrong.empty()) {
       error = "line " + std::to_string(number) + ": " + wrong;
       return std::nullopt;

@@ -16,7 +16,7 @@ enum class TruthSide { originator, terminator, every };
 /// One line of the file.
 struct TruthLine {
   std::size_t line = 0;   // counted from 1
-  std::string recording;  // as written
+  std::string recording;  // its path, without "./" and the like
   TruthSide side = TruthSide::every;
   std::string sample;  // as reports name it; empty: this side holds none
   double start_s = 0;
@@ -24,7 +24,8 @@ struct TruthLine {
 
 /// Lines end with \n or \r\n; empty ones, those that begin with '#', and the heading are passed over.
 /// Empty, with "line L: ..." in `error`, when one is wrong: every line has a side and a sample, or says
-/// that there is none, and no side is said both to hold samples and to hold none.
+/// that there is none, no side is said both to hold samples and to hold none, and no line says what an
+/// earlier one says. A byte order mark in front is passed over.
 std::optional<std::vector<TruthLine>> parse_truth(std::string_view text, std::string& error);
 
 }  // namespace cv::tools
