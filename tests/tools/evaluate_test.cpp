@@ -71,6 +71,10 @@ TEST(Truth, IsReadLineByLineAndSaysWhereItIsWrong) {
       {"recording\tside\tsample\tstart\n# a\n\na b.wav\toriginator\tbusy\t1.5\r\n"
        "a b.wav\toriginator\tbusy\t9\na b.wav\tterminator\t-\t\nc.wav\t-\t-",
        "4 a b.wav 0 busy 1.5; 5 a b.wav 0 busy 9; 6 a b.wav 1  0; 7 c.wav 2  0; "},
+      {"\xEF\xBB\xBFrecording\tside\tsample\tstart\na.wav\t-\t-", "2 a.wav 2  0; "},
+      {"\xEF\xBB\xBF"
+       "./a.wav\t-\t-",
+       "1 a.wav 2  0; "},
       {"", "there is no recording in it"},
       {"a.wav originator x 1", "line 1: 3 or 4 fields"},
       {"#\na.wav\tleft\tx\t1", "line 2: the side must be"},
@@ -82,6 +86,8 @@ TEST(Truth, IsReadLineByLineAndSaysWhereItIsWrong) {
       {"a.wav\toriginator\tx\t1\na.wav\t-\t-", "line 2: an earlier line"},
       {"a.wav\t-\t-\na.wav\tterminator\tx\t1", "line 2: an earlier line"},
       {"a.wav\t-\t-\na.wav\tterminator\t-", "line 2: an earlier line"},
+      {"a.wav\toriginator\tx\t1\na.wav\toriginator\tx\t2\nd/../a.wav\toriginator\tx\t1.0",
+       "line 3: an earlier line says the same"},
   };
   for (const auto& [text, expected] : table) {
     std::string error;
@@ -134,6 +140,8 @@ TEST(RulesEdit, WritesThresholdsAndLeavesTheRestAlone) {
 })");
   EXPECT_TRUE(parse_rules(*edited, error)) << error;
   EXPECT_EQ(with_thresholds(*edited, 1, thresholds, error), edited);
+  const std::string mark = "\xEF\xBB\xBF";  // of a byte order, as some editors write it
+  EXPECT_EQ(with_thresholds(mark + rules, 1, thresholds, error), mark + *edited);
   for (const uint64_t rule : {uint64_t{1}, uint64_t{2}}) {
     EXPECT_FALSE(with_thresholds(rules, rule, {{"z.wav", 5}}, error));
   }

@@ -37,7 +37,9 @@ class Input {
  public:
   using Ch = char;
 
-  explicit Input(const std::string& text) : m_begin(text.c_str()), m_at(m_begin) {}
+  /// Behind a byte order mark, which parse_rules() passes over as well.
+  explicit Input(const std::string& text)
+      : m_begin(text.c_str()), m_at(m_begin + (text.starts_with("\xEF\xBB\xBF") ? 3 : 0)) {}
   char Peek() const { return *m_at; }
   char Take() { return *m_at++; }
   std::size_t Tell() const { return static_cast<std::size_t>(m_at - m_begin); }
