@@ -115,6 +115,9 @@ TEST_F(Lint, FindsWhatRulesNameInVain) {
   EXPECT_EQ(found(), Lines{"unusable broken\xff.wav"});
   EXPECT_NE(lint_json(m_result).find(R"("kind":"unusable","recording":"broken?.wav","text":)"),
             std::string::npos);
+  record("0.wav", prompt("privacy-prompt"));  // as b.wav, but no rule's
+  EXPECT_EQ(found(R"("a.wav", {"file": "b.wav", "threshold": 3.8})"),
+            (Lines{"threshold b.wav", "unusable broken\xff.wav"}));
 }
 
 TEST_F(Lint, TakesRecommendedThresholdsInPlaceOfTheRuleOfThumb) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fnmatch.h>
 #include <tuple>
+#include <utility>
 
 namespace cv::tools {
 
@@ -12,8 +13,8 @@ bool is_pattern(const std::string& text) { return text.find_first_of("*?[") != t
 
 SampleEntry make_entry(const Rule& rule, const SampleUse& use, const std::string& file,
                        uint32_t id) {
-  return {rule.id, id, use.name.empty() ? default_sample_name(file) : use.name, use.threshold,
-          use.event_object};
+  std::string name = use.name.empty() ? default_sample_name(file) : use.name;
+  return {rule.id, id, std::move(name), use.threshold, use.event_object, file};
 }
 
 /// The uses of one rule, by recording.

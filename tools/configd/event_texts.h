@@ -21,6 +21,7 @@ struct SampleEntry {
   std::string sample_name;
   double threshold = 0;
   std::string event_object;  // compact JSON
+  std::string file{};        // that it was made of; nodes are not told
 };
 
 struct DeadAirEntry {

@@ -83,14 +83,12 @@ std::optional<SampleSet> SampleSet::read(
   }
 
   const auto ids = number_by_content(set.m_audio);
-  std::map<uint32_t, std::string> files;
-  for (const auto& [file, id] : ids) files.try_emplace(id, file);
   const Configuration configuration = resolve({{*rule}}, ids);
   for (const Complaint& complaint : configuration.complaints) {
     complaints.push_back(complaint.line());
   }
   for (const SampleEntry& entry : configuration.samples) {
-    set.m_samples.push_back({entry.sample_name, files.at(entry.sample_id), entry.threshold});
+    set.m_samples.push_back({entry.sample_name, entry.file, entry.threshold});
   }
   if (set.m_samples.empty()) {
     error =

@@ -46,7 +46,7 @@ rc_ptr<audio::HashDatabase> make_database(const LintSite& site, uint64_t rule) {
   for (const SampleEntry& entry : site.configuration.samples) {
     if (entry.rule_id != rule) continue;
     samples.push_back(make_hash_sample(entry.sample_id, entry.sample_name, entry.threshold,
-                                       site.recordings.at(site.file_of(entry.sample_id)).points));
+                                       site.recordings.at(entry.file).points));
   }
   return new audio::HashDatabase(samples);
 }
@@ -80,7 +80,7 @@ LintFinding describe(const std::string& played, const LintRecording& played_reco
 
 std::vector<LintFinding> run(const Play& play, const LintSite& site, unsigned drift_frames) {
   std::vector<LintFinding> findings;
-  const std::string& file = site.file_of(play.entry->sample_id);
+  const std::string& file = play.entry->file;
   const LintRecording& recording = site.recordings.at(file);
   if (!announced_in(recording.call_off, play.database, drift_frames).count(play.entry->sample_id)) {
     const auto peak = peak_match(recording.points, recording.call_off, drift_frames);
@@ -94,7 +94,7 @@ std::vector<LintFinding> run(const Play& play, const LintSite& site, unsigned dr
   }
   for (const uint32_t id : announced_in(recording.call, play.database, drift_frames)) {
     if (id == play.entry->sample_id) continue;
-    const std::string& other = site.file_of(id);
+    const std::string& other = site.file_of(play.rule, id);
     const LintRecording& other_recording = site.recordings.at(other);
     const auto peak = peak_match(other_recording.points, recording.call, drift_frames);
     if (!peak) continue;

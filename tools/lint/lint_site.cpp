@@ -52,9 +52,12 @@ void serve(LintSite& site, const LintOptions& options, StateFile& state) {
 
 }  // namespace
 
-const std::string& LintSite::file_of(uint32_t id) const {
-  return std::find_if(ids.begin(), ids.end(), [&](const auto& entry) { return entry.second == id; })
-      ->first;
+const std::string& LintSite::file_of(uint64_t rule, uint32_t id) const {
+  return std::find_if(configuration.samples.begin(), configuration.samples.end(),
+                      [&](const SampleEntry& entry) {
+                        return entry.rule_id == rule && entry.sample_id == id;
+                      })
+      ->file;
 }
 
 std::optional<LintSite> read_lint_site(const LintOptions& options, const LintProgress& progress,

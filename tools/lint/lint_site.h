@@ -41,8 +41,8 @@ struct LintSite {
   std::map<std::string, uint32_t> ids;              // of the usable ones
   Configuration configuration;
 
-  /// The first by name of those that have the id.
-  const std::string& file_of(uint32_t id) const;
+  /// The recording that the rule has under an id of its own.
+  const std::string& file_of(uint64_t rule, uint32_t id) const;
 };
 
 using LintProgress = std::function<void(std::size_t done, std::size_t total)>;

@@ -31,7 +31,7 @@ std::map<std::string, std::vector<std::string>> files_by_report_name(const LintS
                                                                      uint64_t rule) {
   std::map<std::string, std::vector<std::string>> files;
   for (const SampleEntry& entry : site.configuration.samples) {
-    if (entry.rule_id == rule) files[entry.sample_name].push_back(site.file_of(entry.sample_id));
+    if (entry.rule_id == rule) files[entry.sample_name].push_back(entry.file);
   }
   for (auto& [name, list] : files) std::sort(list.begin(), list.end());
   return files;
@@ -42,7 +42,7 @@ class Least {
  public:
   Least(const LintSite& site, const LintOptions& options,
         const std::optional<RecommendedThresholds>& recommended)
-      : m_site(site), m_options(options), m_recommended(recommended) {
+      : m_options(options), m_recommended(recommended) {
     for (const SampleEntry& entry : site.configuration.samples) ++m_samples[entry.rule_id];
     if (!recommended || !recommended->rules) return;
     for (const SampleEntry& entry : resolve(*recommended->rules, site.ids).samples) {
@@ -57,7 +57,7 @@ class Least {
                              m_options.settings.fingerprint.spacing_frames);
     }
     if (m_recommended->rules) return find(m_of_rules, std::pair(entry.rule_id, entry.sample_id));
-    const auto named = find(m_recommended->by_recording, m_site.file_of(entry.sample_id));
+    const auto named = find(m_recommended->by_recording, entry.file);
     return named ? named : find(m_recommended->by_recording, std::string("*"));
   }
 
@@ -74,7 +74,6 @@ class Least {
     return found == in.end() ? std::nullopt : std::optional(found->second);
   }
 
-  const LintSite& m_site;
   const LintOptions& m_options;
   const std::optional<RecommendedThresholds>& m_recommended;
   std::map<uint64_t, std::size_t> m_samples;  // by rule
@@ -158,7 +157,7 @@ std::vector<LintFinding> check_thresholds(const LintSite& site, const LintOption
     const auto wanted = least.of(entry);
     if (!wanted || entry.threshold >= *wanted) continue;
     findings.push_back({.kind = lint_kind::threshold,
-                        .recording = site.file_of(entry.sample_id),
+                        .recording = entry.file,
                         .rule = entry.rule_id,
                         .score = *wanted,
                         .text = "threshold " + fixed(entry.threshold, 2) + ", below " +

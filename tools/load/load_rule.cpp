@@ -41,13 +41,6 @@ audio::SegmentDetectionOptions activity_options(const Configuration& configurati
   return options;
 }
 
-/// By sample id, the first recording by name: what configd serves under that id.
-std::map<uint32_t, std::string> files_by_id(const std::map<std::string, uint32_t>& ids) {
-  std::map<uint32_t, std::string> files;
-  for (const auto& [file, id] : ids) files.try_emplace(id, file);
-  return files;
-}
-
 }  // namespace
 
 std::optional<LoadRule> read_load_rule(
@@ -74,17 +67,15 @@ std::optional<LoadRule> read_load_rule(
     ids[file] = state->sample_id(file, bytes_of(packet));
   }
   const Configuration configuration = resolve(*rules, ids);
-  const auto files = files_by_id(ids);
   LoadRule rule;
   rule.activity = activity_options(configuration, source.rule);
   std::vector<audio::HashSample> samples;
   for (const SampleEntry& entry : configuration.samples) {
     if (entry.rule_id != source.rule) continue;
-    const std::string& file = files.at(entry.sample_id);
-    auto audio = read_audio(source.sample_directory + "/" + file, error);
+    auto audio = read_audio(source.sample_directory + "/" + entry.file, error);
     if (!audio) return std::nullopt;
     rule.prompts.push_back({entry.sample_name, std::move(*audio)});
-    samples.push_back(make_sample(entry, packets.at(file)));
+    samples.push_back(make_sample(entry, packets.at(entry.file)));
   }
   if (samples.empty()) {
     error =
