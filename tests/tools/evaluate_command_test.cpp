@@ -111,6 +111,19 @@ TEST_F(EvaluateCommand, GivesTheSameOnAnyNumberOfThreadsAndRecommends) {
   EXPECT_EQ(rules->rules.at(0).samples.size(), 9u) << "the pattern and each";
   EXPECT_LT(rules->rules[0].samples.back().threshold, 4.5);
 
+  // Of recordings with one audio, the rule's own.
+  write("samples/0.wav", m_prompts[1].samples);
+  m_rules = m_folder.write("one.json", R"({"rules": [{"id": 3, "samples": ["p1.wav"]}]})");
+  std::vector<std::string> one = {"--background", m_folder / "speech", "--plant", "1"};
+  one.insert(one.end(), {"--recommend", "60", "--output", m_folder / "one"});
+  EXPECT_EQ(evaluate(one).status, 0);
+  EXPECT_NE(read("one").find(R"([{"file": "p1.wav", "threshold": )"), std::string::npos);
+  // What was found is written even if it makes no recommendation possible.
+  one.insert(one.end(), {"--thresholds", "0.1:0.1:1", "--csv", m_folder / "one.csv"});
+  EXPECT_TRUE(evaluate(one).says("no thresholds keep false findings so rare"));
+  EXPECT_NE(read("one.csv").find("\n4,2,0,0,1,clean,0.1,1,1,1,"), std::string::npos);
+  m_rules = m_folder / "rules.json";
+
   // Nothing is written over.
   m_folder.write("rules.recommended.json", "ours, too");
   const std::vector<std::string> again = {

@@ -237,10 +237,11 @@ int run_evaluate(const EvaluateOptions& options) {
     const EvaluationView view{options.plan, set, result,
                               options.recommend.value_or(options.false_per_hour)};
     std::cout << evaluation_table(view);
-    if (options.recommend) recommend(options, view, recommended);
     if (!options.plot.empty()) write_file(options.plot, evaluation_page(view));
     if (!options.csv.empty()) write_file(options.csv, evaluation_csv(view));
     if (!options.sample_csv.empty()) write_file(options.sample_csv, sample_csv(view));
+    // Last: when there is nothing to recommend, these files show why.
+    if (options.recommend) recommend(options, view, recommended);
     return exit_done;
   } catch (const std::runtime_error& failure) {
     std::cerr << "corvanth: " << failure.what() << "\n";
