@@ -36,12 +36,15 @@ std::optional<FileSignature> signature_of(const std::string& path) {
                        static_cast<uint64_t>(status.st_size), status.st_ino};
 }
 
+/// `error` names the folder that cannot be read.
 std::map<std::string, FileSignature> recordings_below(const std::string& directory,
-                                                      std::error_code& error) {
+                                                      std::string& error) {
   std::map<std::string, FileSignature> found;
-  fs::recursive_directory_iterator walk(directory, error);
-  for (; !error && walk != fs::recursive_directory_iterator(); walk.increment(error)) {
-    const fs::path& path = walk->path();
+  std::error_code code;
+  fs::path path = directory;
+  fs::recursive_directory_iterator walk(directory, code);
+  for (; !code && walk != fs::recursive_directory_iterator(); walk.increment(code)) {
+    path = walk->path();
     if (path.filename().string().front() == '.') {
       walk.disable_recursion_pending();
       continue;
@@ -51,6 +54,7 @@ std::map<std::string, FileSignature> recordings_below(const std::string& directo
       found[path.lexically_relative(directory).generic_string()] = *signature;
     }
   }
+  if (code) error = path.string() + ": " + code.message();
   return found;
 }
 
@@ -65,12 +69,8 @@ bool FileWatcher::settle(Tracked& file, const std::optional<FileSignature>& now)
 }
 
 void FileWatcher::look_at_recordings(Changes& changes) {
-  std::error_code error;
-  const auto found = recordings_below(m_directory, error);
-  if (error) {
-    changes.error = m_directory + ": " + error.message();
-    return;
-  }
+  const auto found = recordings_below(m_directory, changes.error);
+  if (!changes.error.empty()) return;
   for (const auto& [name, signature] : found) {
     if (settle(m_recordings[name], signature)) changes.changed.push_back(name);
   }

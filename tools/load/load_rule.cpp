@@ -50,9 +50,10 @@ std::optional<LoadRule> read_load_rule(
   if (!rules) return std::nullopt;
   const auto found = FileWatcher(source.sample_directory, source.rules_path).look();
   error = found.error;
+  if (!found.error.empty()) return std::nullopt;
   // Never saved: it only gives every content what configd gives it.
   auto state = StateFile::open(source.state_path, 1, error);
-  if (!found.error.empty() || !state) return std::nullopt;
+  if (!state) return std::nullopt;
 
   SampleStore store(fingerprint_reader(source.sample_directory, source.settings.fingerprint));
   std::size_t done = 0;
