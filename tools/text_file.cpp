@@ -72,6 +72,16 @@ struct Place {
   bool is_device() const { return exists && !S_ISREG(old.st_mode); }
 };
 
+/// Owner and group, as far as this user may give a file away, then permissions: a change of the owner
+/// takes some of them away.
+bool take_over(int fd, const struct stat& old) {
+  constexpr auto as_it_is = static_cast<uid_t>(-1);
+  if (::fchown(fd, old.st_uid, old.st_gid) != 0 && ::fchown(fd, as_it_is, old.st_gid) != 0) {
+    // This user's own from now on, as with any editor.
+  }
+  return ::fchmod(fd, old.st_mode & 07777) == 0;
+}
+
 bool write_through(const std::string& path, std::string_view content, std::string& error) {
   const Descriptor file(::open(path.c_str(), for_writing));
   if (file.valid() && write_all(file.get(), content)) return true;
@@ -131,8 +141,8 @@ bool replace_file(const std::string& path, std::string_view content, std::string
       error = failure(place.temporary, "cannot be created");
       return false;
     }
-    if ((place.exists && ::fchmod(file.get(), place.old.st_mode & 07777) != 0) ||
-        !write_all(file.get(), content) || ::fsync(file.get()) != 0) {
+    if ((place.exists && !take_over(file.get(), place.old)) || !write_all(file.get(), content) ||
+        ::fsync(file.get()) != 0) {
       error = failure(place.temporary, "cannot be written");
       ::unlink(place.temporary.c_str());
       return false;
