@@ -1,7 +1,6 @@
 #include "tools/fingerprint_command.h"
 
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -12,6 +11,7 @@
 #include "tools/command_line.h"
 #include "tools/json_text.h"
 #include "tools/progress_bar.h"
+#include "tools/text_file.h"
 
 namespace cv::tools {
 
@@ -37,11 +37,9 @@ std::string json_line(const std::string& file, const Fingerprint& fingerprint, b
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-bool write_packet(const std::string& path, const std::vector<unsigned char>& packet) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(packet.data()),
-             static_cast<std::streamsize>(packet.size()));
-  return static_cast<bool>(file.flush());
+bool write_packet(const std::string& path, const Points& points, std::string& error) {
+  const std::vector<unsigned char> packet = audio::write_sample_packet(points);
+  return replace_file(path, {reinterpret_cast<const char*>(packet.data()), packet.size()}, error);
 }
 
 }  // namespace
@@ -60,8 +58,8 @@ std::string describe_fingerprint(const std::string& file, const Fingerprint& fin
 
 int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::ostream& err) {
   int status = exit_done;
-  const auto fail = [&](const std::string& path, const std::string& reason) {
-    err << "corvanth: " << path << ": " << reason << "\n";
+  const auto fail = [&](const std::string& complaint) {
+    err << "corvanth: " << complaint << "\n";
     status = exit_failed;
   };
   ProgressBar bar("fingerprinting");
@@ -73,13 +71,14 @@ int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::o
     std::string error;
     const auto fingerprint = fingerprint_file(file, options.settings, error);
     if (!fingerprint) {
-      fail(file, error);
+      fail(file + ": " + error);
       continue;
     }
-    if (fingerprint->points.empty()) fail(file, "no points, no node finds it");
-    if (!options.output.empty() &&
-        !write_packet(options.output, audio::write_sample_packet(fingerprint->points))) {
-      fail(options.output, "cannot be written");
+    if (fingerprint->points.empty()) {
+      fail(file + ": no points, no node finds it");
+    } else if (!options.output.empty() &&
+               !write_packet(options.output, fingerprint->points, error)) {
+      fail(error);
     }
     out << describe_fingerprint(file, *fingerprint, options);
   }
