@@ -53,19 +53,19 @@ int run_command_line(int argc, const char* const* argv) {
   add_evaluate_command(app, status);
   try {
     app.parse(argc, argv);
-    // Data that could not be written is no success.
-    if (!std::cout.flush() && status == exit_done) {
-      std::cerr << "corvanth: standard output cannot be written\n";
-      status = exit_failed;
-    }
-    return status;
   } catch (const CLI::ParseError& error) {
     // Help and version are ParseErrors of code 0.
-    return app.exit(error) == 0 ? exit_done : exit_usage;
+    status = app.exit(error) == 0 ? exit_done : exit_usage;
   } catch (const std::exception& error) {
     std::cerr << "corvanth: " << error.what() << "\n";
     return exit_failed;
   }
+  // Data that could not be written is no success.
+  if (!std::cout.flush() && status == exit_done) {
+    std::cerr << "corvanth: standard output cannot be written\n";
+    status = exit_failed;
+  }
+  return status;
 }
 
 }  // namespace cv::tools

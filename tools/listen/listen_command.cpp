@@ -83,7 +83,8 @@ int run_listen(const ListenOptions& options) {
   };
   Listener listener(options.table ? ReportForm::table : ReportForm::json_lines);
   std::vector<unsigned char> buffer(max_datagram_bytes);
-  while (!enough(listener) && !stop.stopped() && steady_clock().now_us() < end_us) {
+  // Reports that cannot be printed are lost: better to end, and say so, than to take more of them.
+  while (!enough(listener) && !stop.stopped() && steady_clock().now_us() < end_us && std::cout) {
     if (!socket.fetch()) {
       stop.wait_readable_until(socket.descriptor(), end_us);
       continue;
