@@ -176,7 +176,9 @@ void add_call_options(CLI::App& command, EvaluateOptions& options) {
   command.add_option("--plant-most", options.planted_most_s, "longest sample to plant, seconds")
       ->check(number_between(0, 86400))
       ->capture_default_str();
-  command.add_option("--seed", options.plan.seed, "of all that is random")->capture_default_str();
+  command.add_option("--seed", options.plan.seed, "of all that is random")
+      ->check(&whole_number_complaint)
+      ->capture_default_str();
 }
 
 }  // namespace

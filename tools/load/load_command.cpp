@@ -305,7 +305,9 @@ void add_load_command(CLI::App& app, int& status) {
       ->capture_default_str();
   command->add_option("--report-host", options->report_host,
                       "where the node sends reports (default: the address it is reached from)");
-  command->add_option("--seed", options->seed, "of the calls' choice")->capture_default_str();
+  command->add_option("--seed", options->seed, "of the calls' choice")
+      ->check(&whole_number_complaint)
+      ->capture_default_str();
   command->add_option("--drain", options->drain_s, "seconds to wait for the last reports")
       ->check(number_between(0.0, 600.0))
       ->capture_default_str();
