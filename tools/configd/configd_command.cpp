@@ -2,10 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
+#include <fcntl.h>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "core/clock.h"
@@ -119,6 +122,34 @@ class Configd {
   std::optional<messaging::MessageBroker> m_broker;
 };
 
+/// Keeps a second manager from the state, while it lives: the two would give one version to two contents,
+/// and the one that saves last would take the other's versions back.
+class StateLock {
+ public:
+  StateLock() = default;
+  ~StateLock() {
+    if (m_descriptor >= 0) ::close(m_descriptor);
+  }
+  StateLock(const StateLock&) = delete;
+  StateLock& operator=(const StateLock&) = delete;
+
+  /// False when another one has it. The lock's file stays, beside the state, which itself is replaced with
+  /// every change.
+  bool take(const std::string& state_path, StopSignals& stop) {
+    m_descriptor = ::open((state_path + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+    // One that was killed takes a moment to go, its embedded broker with it.
+    for (int tries = 0; ::flock(m_descriptor, LOCK_EX | LOCK_NB) != 0; ++tries) {
+      // Where no file can be made or locked, what can be done is left to the state file.
+      if (errno != EWOULDBLOCK) return true;
+      if (tries == 10 || !stop.sleep_until(steady_clock().now_us() + 100000)) return false;
+    }
+    return true;
+  }
+
+ private:
+  int m_descriptor = -1;
+};
+
 bool start_site(const ConfigdOptions& options, std::optional<Site>& site, std::string& error) {
   auto state =
       StateFile::open(options.state_path, static_cast<uint64_t>(std::time(nullptr)), error);
@@ -175,6 +206,11 @@ int run_configd(ConfigdOptions options) {
   if (!properties) return exit_failed;
   StopSignals stop;
   std::string error;
+  StateLock lock;
+  if (!lock.take(options.state_path, stop)) {
+    return fail(options.state_path +
+                ": another configd uses it; give this one a --state of its own");
+  }
   std::optional<Site> site;
   if (!start_site(options, site, error)) return fail(error);
   std::optional<EmbeddedBroker> embedded;
