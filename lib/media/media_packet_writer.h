@@ -29,17 +29,17 @@ struct StartFields {
   uint64_t sync_ts = 0;
   uint64_t sync_mt = 0;
   uint64_t rule = 0;
-  uint32_t report_addr = 0;  // network byte order
-  uint16_t report_port = 0;  // network byte order; 0: no report address
-  std::string_view call_id;  // at most max_call_id_bytes
+  uint32_t report_addr = 0;    // network byte order
+  uint16_t report_port = 0;    // network byte order; 0: no report address
+  std::string_view call_id{};  // at most max_call_id_bytes
 };
 
 struct DataFields {
   uint16_t side = 0;  // 0 originator, 1 terminator
   uint32_t seq = 0;   // counts up by one a packet of the side; starts above 0
   uint32_t off = 0;
-  bool s = false;                    // the bit that traces show as "S"
-  std::span<const int16_t> samples;  // at most max_data_samples
+  bool s = false;                      // the bit that traces show as "S"
+  std::span<const int16_t> samples{};  // at most max_data_samples
 };
 
 /// `mt_us` is the packet's media time in microseconds.

@@ -31,16 +31,15 @@ std::string header(const std::string& type, const std::string& param, const std:
 
 // The wire format byte for byte: it is what sources of another make send.
 TEST(MediaPacket, LiesOnTheWireAsDocumented) {
-  StartFields fields;
-  fields.features = 0xD8;
-  fields.flags = 0xC1;
-  fields.ts = 0x1112131415161718;
-  fields.sync_ts = 3;
-  fields.sync_mt = 4;
-  fields.rule = 5;
-  fields.report_addr = htonl(0x0A000102);
-  fields.report_port = htons(0x1F90);
-  fields.call_id = "ab";
+  const StartFields fields{.features = 0xD8,
+                           .flags = 0xC1,
+                           .ts = 0x1112131415161718,
+                           .sync_ts = 3,
+                           .sync_mt = 4,
+                           .rule = 5,
+                           .report_addr = htonl(0x0A000102),
+                           .report_port = htons(0x1F90),
+                           .call_id = "ab"};
   EXPECT_EQ(hex(call.start(fields, mt)),
             header("81", "d8", "c1") + "1817161514131211" + "0300000000000000" +
                 "0400000000000000" + "0500000000000000" + "0a000102" + "1f90" + "0200" + "6162");

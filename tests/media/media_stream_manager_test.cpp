@@ -11,7 +11,7 @@ using cv::rc_ptr;
 using cv::test::CallPackets;
 using Events = std::vector<std::string>;
 
-/// Records the hooks; makes no streams on request.
+/// Records the hooks as "NAME SIDE:SEQ"; makes no streams on request.
 struct Streams : StreamManager {
   using StreamManager::StreamManager;
 
@@ -23,13 +23,13 @@ struct Streams : StreamManager {
                          DataPacket& packet) override {
     EXPECT_EQ(stream->m_start_mt, packet.mt);
     EXPECT_EQ(static_cast<StreamSession&>(*session).m_streams[packet.side()], stream);
-    events.push_back("created " + name_of(*stream, packet));
+    record("created ", *stream, packet);
   }
   void on_stream_media(rc_ptr<Stream> stream, rc_ptr<Session>, DataPacket& packet) override {
-    events.push_back("media " + name_of(*stream, packet));
+    record("media ", *stream, packet);
   }
-  static std::string name_of(const Stream& stream, const DataPacket& packet) {
-    return std::to_string(stream.m_side) + ":" + std::to_string(packet.seq);
+  void record(const char* hook, const Stream& stream, const DataPacket& packet) {
+    events.push_back(hook + std::to_string(stream.m_side) + ":" + std::to_string(packet.seq));
   }
 
   bool refuse = false;

@@ -39,27 +39,15 @@ namespace {
 
 /// Of the packets of a known call and then of unknown ones.
 Lines traced(Level threshold) {
-  StartFields all;
-  all.features = 0xA4;
-  all.flags = 0xC1;
-  all.ts = 11;
-  all.sync_ts = 12;
-  all.sync_mt = 13;
-  all.rule = 14;
-  all.call_id = std::string_view("id\0x", 4);
-  StartFields none;
-  none.rule = 14;
-  const CallPackets call(1), second(2),
-      unknown[] = {CallPackets(3), CallPackets(4), CallPackets(5)};
-  DataFields fields;
-  fields.side = 1;
-  fields.seq = 7;
-  fields.off = 9;
-  fields.s = true;
+  const StartFields all{.features = 0xA4,
+                        .flags = 0xC1,
+                        .ts = 11,
+                        .sync_ts = 12,
+                        .sync_mt = 13,
+                        .rule = 14,
+                        .call_id = std::string_view("id\0x", 4)};
+  const CallPackets call(1);
   const std::array<int16_t, 2> samples{};
-  fields.samples = samples;
-  Datagram data;
-  write_data(call.key(), 8, fields, data);
   Datagram terminate = call.terminate(10);
   terminate[offsetof(PacketHeader, flags)] = 0xFF;
 
@@ -71,9 +59,10 @@ Lines traced(Level threshold) {
   Lines lines;
   g_lines = &lines;
   for (const Datagram& datagram :
-       {call.start(all, 5), second.start(none), data, call.control(3, 6),
-        call.feature_update(0x58, 7), terminate, unknown[0].data(1, 3, 4), unknown[1].control(1, 5),
-        unknown[2].terminate(6)}) {
+       {call.start(all, 5), CallPackets(2).start({.rule = 14}),
+        call.data({.side = 1, .seq = 7, .off = 9, .s = true, .samples = samples}, 8),
+        call.control(3, 6), call.feature_update(0x58, 7), terminate, CallPackets(3).data(1, 3, 4),
+        CallPackets(4).control(1, 5), CallPackets(5).terminate(6)}) {
     reader.take(datagram);
   }
   g_lines = nullptr;

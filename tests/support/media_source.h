@@ -32,15 +32,13 @@ class MediaSource {
 
   /// START of a call of rule 1, whose reports go to this port of this machine (0: nowhere).
   void send_start(const CallPackets& call, uint16_t report_port, uint8_t features = all_features) {
-    media::StartFields fields;
-    fields.features = features;
-    fields.flags = media::StartPacket::flag_rule;
-    fields.ts = 1635500000;
-    fields.rule = 1;
-    fields.report_addr = htonl(INADDR_LOOPBACK);
-    fields.report_port = htons(report_port);
-    fields.call_id = "call-of-a-test";
-    send(call.start(fields));
+    send(call.start({.features = features,
+                     .flags = media::StartPacket::flag_rule,
+                     .ts = 1635500000,
+                     .rule = 1,
+                     .report_addr = htonl(INADDR_LOOPBACK),
+                     .report_port = htons(report_port),
+                     .call_id = "call-of-a-test"}));
   }
 
   /// The samples as 20 ms packets, faster than real time but no faster than a node reads them.

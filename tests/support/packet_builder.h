@@ -29,47 +29,40 @@ class CallPackets {
   const media::CallKey& key() const { return m_call; }
 
   Datagram start(const media::StartFields& fields, uint64_t mt_us = 0) const {
-    Datagram out;
-    media::write_start(m_call, mt_us, fields, out);
-    return out;
+    return written(media::write_start, mt_us, fields);
   }
   /// Both analyses on, for both sides.
   Datagram start(uint64_t mt_us = 0) const {
-    media::StartFields fields;
-    fields.features = media::features_sample_detection | media::features_activity_detection;
-    return start(fields, mt_us);
+    return start(
+        {.features = media::features_sample_detection | media::features_activity_detection}, mt_us);
+  }
+  Datagram data(const media::DataFields& fields, uint64_t mt_us = 0) const {
+    return written(media::write_data, mt_us, fields);
   }
   Datagram data(uint16_t side, uint32_t seq, std::span<const int16_t> samples,
                 uint64_t mt_us = 0) const {
-    media::DataFields fields;
-    fields.side = side;
-    fields.seq = seq;
-    fields.samples = samples;
-    Datagram out;
-    media::write_data(m_call, mt_us, fields, out);
-    return out;
+    return data({.side = side, .seq = seq, .samples = samples}, mt_us);
   }
   /// Without samples.
   Datagram data(uint16_t side, uint32_t seq, uint64_t mt_us = 0) const {
     return data(side, seq, std::span<const int16_t>(), mt_us);
   }
   Datagram control(uint8_t command, uint64_t mt_us = 0) const {
-    Datagram out;
-    media::write_control(m_call, mt_us, command, out);
-    return out;
+    return written(media::write_control, mt_us, command);
   }
   Datagram feature_update(uint8_t features, uint64_t mt_us = 0) const {
-    Datagram out;
-    media::write_feature_update(m_call, mt_us, features, out);
-    return out;
+    return written(media::write_feature_update, mt_us, features);
   }
-  Datagram terminate(uint64_t mt_us = 0) const {
+  Datagram terminate(uint64_t mt_us = 0) const { return written(media::write_terminate, mt_us); }
+
+ private:
+  template <typename Write, typename... Fields>
+  Datagram written(Write write, uint64_t mt_us, const Fields&... fields) const {
     Datagram out;
-    media::write_terminate(m_call, mt_us, out);
+    write(m_call, mt_us, fields..., out);
     return out;
   }
 
- private:
   media::CallKey m_call;
 };
 
