@@ -73,7 +73,7 @@ TEST(ServiceBase, CallsItsHooksInOrderAndEndsWellWhateverOneDoes) {
     EXPECT_EQ(service.run({}), c.status);
     EXPECT_EQ(service.calls, order.substr(0, order.find(c.hook) + c.hook.size()) + " close ");
     EXPECT_TRUE(c.error.empty() || log.has(cv::log::Level::ERROR, "SERVICE: " + c.error));
-    EXPECT_EQ(log.has_containing("] stopped"), c.hook != "prepare");
+    EXPECT_TRUE(log.has_containing("] stopped"));
   }
 }
 
