@@ -36,40 +36,33 @@ struct Scripted {
 Scripted g_create, g_receive, g_wait, g_send;
 std::function<void()> g_during_pause;  // in place of the pause
 
-/// The C library's own.
-template <typename Function>
-Function original(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+/// What the script says, or what the C library's own function of this name answers.
+template <typename Result, typename... Arguments>
+Result answer(Scripted& script, const char* name, Arguments... arguments) {
+  if (script.fails()) return -1;
+  return reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, name))(arguments...);
 }
 
 }  // namespace
 
 // In place of the C library's in this executable.
 extern "C" int socket(int domain, int type, int protocol) {
-  if (g_create.fails()) return -1;
-  static const auto call = original<decltype(&socket)>("socket");
-  return call(domain, type, protocol);
+  return answer<int>(g_create, "socket", domain, type, protocol);
 }
 extern "C" int recvmmsg(int fd, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
-  if (g_receive.fails()) return -1;
-  static const auto call = original<decltype(&recvmmsg)>("recvmmsg");
-  return call(fd, messages, count, flags, timeout);
+  return answer<int>(g_receive, "recvmmsg", fd, messages, count, flags, timeout);
 }
 extern "C" int poll(pollfd* waits, nfds_t count, int timeout) {
-  if (g_wait.fails()) return -1;
-  static const auto call = original<decltype(&poll)>("poll");
-  return call(waits, count, timeout);
+  return answer<int>(g_wait, "poll", waits, count, timeout);
 }
 extern "C" int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
+  Scripted nothing;
   if (g_during_pause) return g_during_pause(), 0;
-  static const auto call = original<decltype(&clock_nanosleep)>("clock_nanosleep");
-  return call(clock, flags, time, left);
+  return answer<int>(nothing, "clock_nanosleep", clock, flags, time, left);
 }
 extern "C" ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* to,
                           socklen_t length) {
-  if (g_send.fails()) return -1;
-  static const auto call = original<decltype(&sendto)>("sendto");
-  return call(fd, data, size, flags, to, length);
+  return answer<ssize_t>(g_send, "sendto", fd, data, size, flags, to, length);
 }
 
 namespace {
