@@ -97,12 +97,10 @@ constexpr std::size_t recording_packets = 75;
 
 media::Datagram start(const CallPackets& call, uint16_t report_port, uint64_t rule = 1,
                       uint8_t features = 0x3C) {
-  media::StartFields fields;
-  fields.features = features;
-  fields.rule = rule;
-  fields.report_addr = htonl(INADDR_LOOPBACK);
-  fields.report_port = htons(report_port);
-  return call.start(fields);
+  return call.start({.features = features,
+                     .rule = rule,
+                     .report_addr = htonl(INADDR_LOOPBACK),
+                     .report_port = htons(report_port)});
 }
 
 media::Datagram data(const CallPackets& call, uint16_t side, uint32_t seq, const Recording& heard,

@@ -46,10 +46,9 @@ TEST(ReportDestinations, AreAskedAboutEveryCallOfThePipelineAndSaidEveryFiveSeco
   configuration->report_destinations = list("10.0.0.0/8");
   {
     cv::test::Pipeline pipeline(configuration);
-    cv::media::StartFields fields;
-    fields.features = cv::media::features_activity_detection;
-    fields.report_addr = inet_addr("192.168.0.1");
-    fields.report_port = htons(9000);
+    const cv::media::StartFields fields{.features = cv::media::features_activity_detection,
+                                        .report_addr = inet_addr("192.168.0.1"),
+                                        .report_port = htons(9000)};
     for (uint8_t number = 1; number <= 5; ++number) {
       if (number == 4) pipeline.clock.advance_seconds(5);
       pipeline.send(cv::test::CallPackets(number).start(fields));

@@ -1,11 +1,14 @@
 #include "medianode/report.h"
 
 #include <gtest/gtest.h>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "audio/points.h"
 #include "medianode/call_fixture.h"
+#include "support/plain_samples_detector.h"
 
 namespace {
 
@@ -32,6 +35,26 @@ rc_ptr<Report> detection(Match match, uint16_t side, const std::string& name,
   return new cv::mn::AudioDetectorStreamReport(make_session(), 7, match, side);
 }
 
+/// A detector that has seen whole samples named id_N, each of so many points (score log2(points)),
+/// from frame 100 of the stream on.
+cv::audio::SamplesDetector voted(const std::map<uint32_t, uint32_t>& points_by_sample) {
+  std::vector<cv::audio::HashSample> samples;
+  for (const auto& [id, count] : points_by_sample) {
+    cv::test::Points points;
+    for (uint32_t i = 0; i < count; ++i) points.push_back({id << 8 | i, i});
+    samples.push_back(cv::test::make_sample(id, points));
+    samples.back().metadata->name = "id_" + std::to_string(id);
+  }
+  cv::audio::SamplesDetector detector = cv::test::detector_of(samples, 1);
+  cv::test::MatchCollector announced;
+  for (const auto& sample : samples) {
+    for (const auto& point : sample.payload->points) {
+      detector.handle_hash({point.hash, point.offset + 100}, announced, nullptr);
+    }
+  }
+  return detector;
+}
+
 TEST(Report, WritesADetectionToTheByte) {
   const std::string head = R"({"type": "corvanth_detection", )" + common + R"(, "version": 7, )";
   EXPECT_EQ(text_of(*detection({{}, 17.5, 800, 0, 200}, 1, "id_42", R"({"k": 1})")),
@@ -46,8 +69,8 @@ TEST(Report, WritesADetectionToTheByte) {
 }
 
 TEST(Report, ASessionReportListsBothSidesByScoreAndIsSilentWithoutMatches) {
-  cv::test::VotedDetector two({{3, 8}, {4, 16}});
-  cv::test::VotedDetector below_threshold({{3, 7}});
+  const auto two = voted({{3, 8}, {4, 16}});
+  const auto below_threshold = voted({{3, 7}});
   const auto report = [](const auto* originator, const auto* terminator) {
     return text_of(cv::mn::AudioDetectorSessionReport(make_session(), 7, originator, terminator));
   };
@@ -57,10 +80,10 @@ TEST(Report, ASessionReportListsBothSidesByScoreAndIsSilentWithoutMatches) {
       R"("sample_duration": 0.256}, {"offset": 1.6, "score": 3, "sample_id": 3, )"
       R"("sample_name": "id_3", "sample_start": 0, "sample_duration": 0.128}])";
   const cv::audio::SamplesDetector* none = nullptr;
-  EXPECT_EQ(report(none, &below_threshold.detector), "");
-  EXPECT_EQ(report(&two.detector, none),
+  EXPECT_EQ(report(none, &below_threshold), "");
+  EXPECT_EQ(report(&two, none),
             head + R"("originator_match": )" + matches + R"(, "terminator_match": []})");
-  EXPECT_EQ(report(&below_threshold.detector, &two.detector),
+  EXPECT_EQ(report(&below_threshold, &two),
             head + R"("originator_match": [], "terminator_match": )" + matches + "}");
 }
 
