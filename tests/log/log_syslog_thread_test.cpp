@@ -64,9 +64,13 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
   thread.write(4, "no room");
   g_daemon.unlock();
   EXPECT_TRUE(eventually([&] { return thread.flush(); }));
-  // What is out takes no room any more.
+  // What is out takes no room any more, and what is lost between lines is said once.
   hang_with(thread, 5);
-  for (const char* text : {"after", "and after"}) thread.write(5, text);
+  const std::string large(SyslogThread::max_bytes - 10, 'y');
+  for (const std::string& text :
+       {large, std::string("has no room"), std::string("fits"), std::string("too")}) {
+    thread.write(5, text);
+  }
   g_daemon.unlock();
   thread.stop();
   thread.write(6, "directly");
@@ -77,7 +81,8 @@ TEST(SyslogThread, NobodyWaitsForADaemonThatHangsAndWhatIsLostIsSaidInItsPlace) 
   expected.insert(
       expected.end(),
       {lost_line(4), "4 hangs", "4 " + huge.substr(0, 131072) + "... (of 8388609 bytes)\n",
-       lost_line(1), "5 hangs", "5 after", "5 and after", "6 directly"});
+       lost_line(1), "5 hangs", "5 " + large.substr(0, 131072) + "... (of 8388598 bytes)\n",
+       lost_line(1), "5 fits", "5 too", "6 directly"});
   for (std::string& line : g_taken) {
     line = std::regex_replace(line, std::regex("thread:\\d+"), "thread");
   }
