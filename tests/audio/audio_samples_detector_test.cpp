@@ -1,89 +1,97 @@
+// The detector against the plain model on recorded speech: every announcement and every listed match,
+// bit for bit. Points of any other kind are the fuzz target's ("matcher").
 #include "audio/audio_samples_detector.h"
 
-#include <cmath>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <vector>
 
+#include "audio/audio_fingerprint.h"
 #include "audio/points.h"
 #include "support/plain_samples_detector.h"
+#include "support/recordings.h"
+#include "support/workload.h"
 
 namespace cv::audio {
 namespace {
 
-using Shifts = std::vector<int32_t>;
+using test::Points;
 
-/// A sample whose frame f has hash f, so that one point gives exactly one vote at a chosen shift.
-struct Votes {
-  Votes(double threshold, uint8_t drift) {
-    test::Points points;
-    for (uint32_t frame = 0; frame < 200; ++frame) points.push_back({frame, frame});
-    detector = test::detector_of({test::make_sample(1, points, threshold)}, drift);
-  }
-  void vote(int32_t shift, int times = 1) {
-    const HashPoint point{50, static_cast<uint32_t>(shift) + 50};
-    for (int i = 0; i < times; ++i) detector.handle_hash(point, found, nullptr);
-  }
-  Shifts announced() const {
-    Shifts shifts;
-    for (const Match& match : found.matches) shifts.push_back(match.offset);
-    return shifts;
-  }
-  std::vector<Match> listed() const {
-    std::vector<Match> matches;
-    detector.get_match(matches);
-    return matches;
-  }
-
-  SamplesDetector detector;
-  test::MatchCollector found;
-};
-
-// What the plain model has to say, too.
-TEST(SamplesDetector, AnnouncesAndListsShiftsThatStandOut) {
-  struct Case {
-    double threshold;
-    uint8_t drift;
-    std::vector<std::pair<int32_t, int>> votes;  // shift, how many
-    Shifts announced;
-    int32_t listed;  // 0: nothing
-    double score;
-  };
-  const Case cases[] = {
-      // A lone shift has the doublings of one vote; it is announced once.
-      {3, 1, {{100, 7}}, {}, 0, 0},
-      {3, 1, {{100, 28}}, {100}, 100, std::log2(28)},
-      // Neighbours within the drift count.
-      {3, 0, {{100, 4}, {101, 4}}, {}, 0, 0},
-      {3, 1, {{100, 4}, {101, 4}}, {101}, 101, 3},
-      // Nothing within eight frames of an announcement.
-      {0, 1, {{100, 1}, {92, 1}, {108, 1}, {109, 1}}, {100, 109}, 109, std::log2(3)},
-      // Votes at other shifts count against one.
-      {3, 1, {{100, 8}, {105, 30}}, {100}, 0, 0},
-      // On a tie the earlier shift stays.
-      {0, 1, {{100, 3}, {500, 3}}, {100, 500}, 100, 0},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(&c - cases);
-    Votes votes(c.threshold, c.drift);
-    for (const auto& [shift, times] : c.votes) votes.vote(shift, times);
-    EXPECT_EQ(votes.announced(), c.announced);
-    const auto listed = votes.listed();
-    ASSERT_EQ(listed.size(), c.listed == 0 ? 0u : 1u);
-    EXPECT_EQ(listed.empty() ? 0 : listed[0].offset, c.listed);
-    EXPECT_DOUBLE_EQ(listed.empty() ? 0 : listed[0].score, c.score);
-  }
+std::vector<test::Finding> sorted_findings(const std::vector<Match>& matches) {
+  auto result = test::findings(matches);
+  std::sort(result.begin(), result.end());
+  return result;
 }
 
-TEST(SamplesDetector, StartsAnewAfterAReset) {
-  Votes votes(3.0, 1);
-  const auto database = votes.detector.database();
-  votes.vote(100, 7);
-  votes.detector.reset();
-  votes.detector.set_database(database);
-  votes.vote(100, 7);
-  EXPECT_EQ(votes.announced(), (Shifts{}));
-  votes.vote(100);
-  EXPECT_EQ(votes.announced(), (Shifts{100}));
+/// Gives the number of announcements.
+std::size_t compare(const std::vector<HashSample>& samples, uint8_t drift, const Points& call) {
+  const test::PlainHashDatabase plain_database(samples);
+  test::PlainSamplesDetector plain(plain_database, drift);
+  test::MatchCollector expected;
+  for (const HashPoint& point : call) plain.handle_hash(point, expected, nullptr);
+  std::vector<Match> plain_matches;
+  plain.get_match(plain_matches);
+
+  SamplesDetector detector = test::detector_of(samples, drift);
+  const auto database = detector.database();
+  for (const char* when : {"at first", "after a reset"}) {
+    SCOPED_TRACE(when);
+    test::MatchCollector found;
+    for (const HashPoint& point : call) detector.handle_hash(point, found, nullptr);
+    EXPECT_EQ(test::findings(found.matches), test::findings(expected.matches));
+    std::vector<Match> matches;
+    detector.get_match(matches);
+    EXPECT_TRUE(std::is_sorted(matches.begin(), matches.end(), SamplesDetector::score_comparision));
+    // Equal scores may come in any order.
+    EXPECT_EQ(sorted_findings(matches), sorted_findings(plain_matches));
+    detector.reset();
+    detector.set_database(database);
+    detector.set_drift(drift);
+  }
+  return expected.matches.size();
+}
+
+/// A minute or less of prompts in turn, none on a multiple of the hop.
+Points call_of(const std::vector<test::Recording>& prompts, std::size_t seconds) {
+  std::vector<int16_t> call(1000, 3);
+  for (std::size_t i = 0; call.size() < seconds * 8000; ++i) {
+    const auto& heard = prompts[i * 29 % prompts.size()].samples;
+    call.insert(call.end(), heard.begin(), heard.end());
+    call.insert(call.end(), 200 + 37 * i, 0);
+  }
+  call.resize(seconds * 8000);
+  return fingerprint(call);
+}
+
+/// Frames that go back, from the middle on: such votes are counted in another way.
+Points out_of_order(Points call) {
+  for (std::size_t i = call.size() / 2; i + 1 < call.size(); i += 5)
+    std::swap(call[i], call[i + 1]);
+  return call;
+}
+
+/// A database of all English prompts, of one and of four phases.
+TEST(SamplesDetector, AgreesWithThePlainModelOnRecordedSpeech) {
+  const auto english = test::english_prompts(8000);
+  ASSERT_GT(english.size(), 200u);
+  const Points calls[] = {call_of(english, 25), call_of(test::french_prompts(8000), 12),
+                          out_of_order(call_of(english, 5))};
+  const double speech_thresholds[] = {3, 3.5, 2, 5, 7};
+  for (const unsigned phases : {1u, 4u}) {
+    std::vector<HashSample> samples;
+    for (uint32_t i = 0; i < english.size(); i += test::slowdown) {
+      samples.push_back(test::make_sample(i, fingerprint(english[i].samples, phases),
+                                          speech_thresholds[i % std::size(speech_thresholds)]));
+    }
+    std::size_t announced = 0;
+    for (const Points& call : calls) {
+      for (uint8_t drift = 0; drift <= 3; ++drift) {
+        SCOPED_TRACE(int{drift});
+        announced += compare(samples, drift, call);
+      }
+    }
+    EXPECT_GT(announced, 40u / test::slowdown) << phases;
+  }
 }
 
 }  // namespace

@@ -2,8 +2,11 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <random>
 #include <vector>
 
+#include "audio/audio_fft.h"
+#include "audio/audio_window.h"
 #include "support/plain_spectrum.h"
 
 namespace cv::audio {
@@ -33,6 +36,24 @@ TEST(SpectrumGenerator, MeasuresSilenceFullScaleAndATone) {
   for (std::size_t j = 0; j < magnitudes.size(); ++j) {
     const bool is_near = j >= 13 && j <= 17;
     EXPECT_TRUE(is_near || magnitudes[j] < magnitudes[15] / 100) << j;
+  }
+}
+
+TEST(SpectrumGenerator, HasTheBitsOfTheTransform) {
+  std::mt19937 random(2);
+  Samples samples(math::fft_size);
+  for (int round = 0; round < 100; ++round) {
+    math::complex data[math::fft_size];
+    for (std::size_t n = 0; n < samples.size(); ++n) {
+      samples[n] = static_cast<int16_t>(random());
+      data[n] = {samples[n] * window_func[n], 0};
+    }
+    math::fft(data);
+    const SpectrumFrame frame = first_frame(samples);
+    for (std::size_t k = 1; k <= frame.magnitudes.size(); ++k) {
+      const double power = data[k].re * data[k].re + data[k].im * data[k].im;
+      ASSERT_EQ(std::sqrt(power) / 128, frame.magnitudes[k - 1]) << "bin " << k;
+    }
   }
 }
 

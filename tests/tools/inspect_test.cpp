@@ -15,6 +15,7 @@ constexpr uint32_t other = 9 | 10 << 6 | 11 << 12 | 12 << 18;
 TEST(PacketFile, ReadsBytesAndLinesOfDigits) {
   const Points one = {{low, 0}, {high, 3}}, two = {{low, 7}};
   const auto first = audio::write_sample_packet(one), second = audio::write_sample_packet(two);
+  EXPECT_EQ(to_hex(second), "47480000010000000700000081301000") << "docs' order of bytes";
   std::string error;
   const auto raw = parse_packets("a", std::string(first.begin(), first.end()) + "tail", error);
   ASSERT_TRUE(raw) << error;
