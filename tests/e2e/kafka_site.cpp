@@ -76,11 +76,10 @@ bool KafkaSite::node_loaded(size_t samples, int seconds) {
 
 bool KafkaSite::reported(const CallPackets& call, const Recording& recording) {
   const std::string name = flat_name(recording);
-  char uuid_end[13];
-  snprintf(uuid_end, sizeof uuid_end, "aabbccddee%02x", call.key().uuid.back());
+  const std::string uuid = utils::str::print_uuid(call.key().uuid.data());
   return eventually([&] {
     for (const std::string& text : m_reports.texts()) {
-      if (text.find(uuid_end) != text.npos && text.find(name) != text.npos) return true;
+      if (text.find(uuid) != text.npos && text.find(name) != text.npos) return true;
     }
     return false;
   });

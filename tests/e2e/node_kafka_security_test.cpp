@@ -1,13 +1,13 @@
-// A node and configd against a real broker that wants TLS or a password: with the right properties
+// A node and configd against a real broker that wants TLS and a password: with the right properties
 // everything works, with wrong ones the log says what is wrong, and never a secret.
 
 #include <gtest/gtest.h>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "e2e/kafka_site.h"
 #include "support/eventually.h"
+#include "support/shell.h"
 
 namespace cv::test {
 namespace {
@@ -50,25 +50,7 @@ void expect_service(const std::string& broker, const std::string& properties) {
   }
 }
 
-TEST(NodeKafkaSecurity, SaslPlain) {
-  const std::string users = std::string(" required username=\"broker\" password=\"") + password +
-                            "\" user_broker=\"" + password + "\" user_node=\"" + password + "\";";
-  const KafkaBroker broker(
-      {"listener.security.protocol.map=PLAINTEXT:SASL_PLAINTEXT,CONTROLLER:PLAINTEXT",
-       "sasl.enabled.mechanisms=PLAIN", "sasl.mechanism.inter.broker.protocol=PLAIN",
-       "listener.name.plaintext.plain.sasl.jaas.config="
-       "org.apache.kafka.common.security.plain.PlainLoginModule" +
-           users});
-  const auto properties = [&](const char* name, const char* its_password) {
-    return broker.folder().write(
-        name, std::string("security.protocol=SASL_PLAINTEXT\nsasl.mechanism=PLAIN\ndebug=all\n") +
-                  "sasl.username=node\nsasl.password=" + its_password + "\n");
-  };
-  expect_refusal(broker.address(), properties("wrong", wrong_password),
-                 "SASL authentication error: Authentication failed: Invalid username or password");
-  expect_service(broker.address(), properties("right", password));
-}
-
+/// Makes keys and certificates in its own folder: a CA, a broker's key signed by it, and another CA.
 constexpr const char* certificates_script = R"sh(set -e
 cd "$(dirname "$0")"
 key="-newkey rsa:2048 -nodes -days 2"
@@ -82,28 +64,34 @@ openssl pkcs8 -topk8 -nocrypt -in broker.key >keystore.pem
 cat broker.crt >>keystore.pem
 )sh";
 
-/// Makes keys and certificates in the folder: a CA, a broker's key signed by it, and another CA.
-void make_certificates(const TemporaryFolder& folder) {
-  const std::string script = folder.write("certificates.sh", certificates_script);
-  const std::string command = "bash " + script + " >" + folder / "openssl.log" + " 2>&1";
-  if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
-}
-
-TEST(NodeKafkaSecurity, Tls) {
+TEST(NodeKafkaSecurity, TlsAndPassword) {
   const TemporaryFolder folder;
-  make_certificates(folder);
+  printed_by("bash " + folder.write("certificates.sh", certificates_script) + " 2>&1");
+  const std::string users = std::string(" required username=\"broker\" password=\"") + password +
+                            "\" user_broker=\"" + password + "\" user_node=\"" + password + "\";";
   const KafkaBroker broker(
-      {"listener.security.protocol.map=PLAINTEXT:SSL,CONTROLLER:PLAINTEXT", "ssl.keystore.type=PEM",
-       "ssl.keystore.location=" + folder / "keystore.pem", "ssl.truststore.type=PEM",
-       "ssl.truststore.location=" + folder / "ca.pem"});
-  const auto properties = [&](const char* name, const std::string& authority) {
-    return folder.write(name, "security.protocol = SSL\nssl.ca.location = " + authority + "\n");
+      {"listener.security.protocol.map=PLAINTEXT:SASL_SSL,CONTROLLER:PLAINTEXT",
+       "ssl.keystore.type=PEM", "ssl.keystore.location=" + folder / "keystore.pem",
+       "ssl.truststore.type=PEM", "ssl.truststore.location=" + folder / "ca.pem",
+       "sasl.enabled.mechanisms=PLAIN", "sasl.mechanism.inter.broker.protocol=PLAIN",
+       "listener.name.plaintext.plain.sasl.jaas.config="
+       "org.apache.kafka.common.security.plain.PlainLoginModule" +
+           users});
+  const auto properties = [&](const char* name, const std::string& authority,
+                              const char* its_password) {
+    return folder.write(name,
+                        "security.protocol = SASL_SSL\nsasl.mechanism = PLAIN\ndebug = all\n"
+                        "ssl.ca.location = " +
+                            folder / authority +
+                            "\nsasl.username = node\nsasl.password = " + its_password + "\n");
   };
-  expect_refusal(broker.address(), properties("wrong", folder / "other.pem"),
+  expect_refusal(broker.address(), properties("other_ca", "other.pem", password),
                  "SSL handshake failed");
-  expect_service(broker.address(), properties("right", folder / "ca.pem"));
+  expect_refusal(broker.address(), properties("wrong", "ca.pem", wrong_password),
+                 "SASL authentication error: Authentication failed: Invalid username or password");
+  expect_service(broker.address(), properties("right", "ca.pem", password));
 
-  KafkaSite without_file(broker.address(), properties("none", folder / "none.pem"));
+  KafkaSite without_file(broker.address(), properties("no_ca", "none.pem", password));
   without_file.start_node();
   EXPECT_EQ(without_file.node().wait_exit(), 1) << without_file.node().output();
   EXPECT_TRUE(without_file.node_logged("SERVICE: the Kafka clients could not be made"));

@@ -4,20 +4,12 @@
 // One broker serves every test here, and each test has topics of its own, which do not exist yet.
 
 #include <chrono>
-#include <cstdio>
 #include <gtest/gtest.h>
-#include <memory>
 #include <random>
 #include <signal.h>
 #include <string>
 
-#include "audio/audio_fingerprint.h"
-#include "audio/audio_sample_packet.h"
 #include "e2e/kafka_site.h"
-#include "messaging/messaging_message_broker.h"
-#include "tools/configd/event_texts.h"
-#include "tools/configd/request_handler.h"
-#include "tools/configd/topic_creation.h"
 
 namespace cv::test {
 namespace {
@@ -70,70 +62,29 @@ TEST_F(NodeKafka, StartsBeforeTheBroker) {
   stop_node();
 }
 
-/// Hashes at random.
-std::vector<audio::HashPoint> noise(uint32_t seed, size_t count) {
-  std::minstd_rand random(seed);
-  std::vector<audio::HashPoint> points;
-  for (size_t i = 0; i < count; ++i) {
-    points.push_back({static_cast<uint32_t>(random() & 0xFFFFFF), static_cast<uint32_t>(i)});
-  }
-  return points;
-}
-
-/// Its event has as many bytes as a Kafka message may.
-std::vector<unsigned char> largest_packet() {
-  const auto body_bytes = [](size_t count) {
-    return tools::event_body(tools::sample_event(1, audio::write_sample_packet(noise(1, count))))
-        .size();
-  };
-  constexpr size_t measured = 20000;
-  const size_t count = measured * (tools::max_body_bytes - 10000) / body_bytes(measured);
-  EXPECT_LE(body_bytes(count), tools::max_body_bytes);
-  EXPECT_GT(body_bytes(count), tools::max_body_bytes * 9 / 10);
-  return audio::write_sample_packet(noise(1, count));
+/// Every frame of it has a point.
+Recording noise(const std::string& name, double seconds) {
+  static std::minstd_rand random;
+  Recording recording{name, std::vector<int16_t>(static_cast<size_t>(seconds * 8000))};
+  for (int16_t& sample : recording.samples) sample = static_cast<int16_t>(random());
+  return recording;
 }
 
 TEST_F(NodeKafka, TenThousandSamplesAndTheLargestEvent) {
-  constexpr uint32_t count = 10000;
-  const Recording prompt = english_prompts().front();
-  tools::Snapshot snapshot;
-  snapshot.sample_version = snapshot.dead_air_version = 1;
-  std::vector<tools::SampleEntry> entries;
-  for (uint32_t id = 1; id <= count; ++id) {
-    entries.push_back(
-        {1, id, id == 2 ? prompt.name : "noise", 5, "{\"sample\":" + std::to_string(id) + "}"});
-    snapshot.packets[id] = id == 1 ? largest_packet()
-                           : id == 2
-                               ? audio::write_sample_packet(audio::fingerprint(prompt.samples))
-                               : audio::write_sample_packet(noise(id, 100));
-  }
-  snapshot.sample_data_json = tools::sample_data_json(entries);
-
-  std::unique_ptr<messaging::MessageBroker> manager;
-  messaging::MessageBrokerSettings settings;
-  settings.brokers = broker();
-  settings.group_id = request_topic();
-  settings.topics = {request_topic()};
-  settings.consume_timeout = 10;
-  settings.on_message = [&](const unsigned char* data, size_t size) {
-    const std::string_view json(reinterpret_cast<const char*>(data) + 1, size - 1);
-    tools::answer_request(json, snapshot, [&](const tools::Answer& answer) {
-      const std::vector<unsigned char> body = tools::event_body(answer.json);
-      manager->send_compressed(answer.topic, body.data(), body.size());
-      return true;
-    });
-  };
-  tools::create_topics(broker(), {}, settings.topics);
-  manager = std::make_unique<messaging::MessageBroker>(std::move(settings));
-
+  constexpr size_t count = 10000;
+  for (size_t i = 2; i < count; ++i) add_recording(noise("noise" + std::to_string(i), 0.5));
+  // As large as a Kafka message may be, but for two hundredths, and larger by as much.
+  add_recording(noise("largest", 700));
+  add_recording(noise("beyond", 730));
+  start_manager();
+  EXPECT_TRUE(manager().wait_for_output("recording [beyond.wav]: too long: its fingerprint takes"));
   const auto since = std::chrono::steady_clock::now();
-  // Without the events themselves, 30 MB, in the log.
+  // Without the events themselves in the log.
   start_node("log_level=ERROR");
   EXPECT_TRUE(node_loaded(count, 150)) << node().output().substr(0, 5000);
-  std::printf("LOADED %u samples: %.1f s\n", count,
-              std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count());
+  print_recovery("10,000 samples loaded", since);
   ASSERT_TRUE(node_is_ready());
-  EXPECT_TRUE(finds(prompt, 1));
+  EXPECT_TRUE(finds(english_prompts().front(), 1));
   stop_node();
 }
 
