@@ -10,6 +10,7 @@
 
 #include "e2e/node_fixture.h"
 #include "support/jumping_clock.h"
+#include "utils/utils_str.h"
 
 namespace cv::test {
 namespace {
@@ -18,9 +19,7 @@ constexpr const char* announcement = "vm-mailboxfull";
 
 struct NodeFaults : NodeFixture {
   static std::string uuid_of(uint8_t number) {
-    char last[3];
-    snprintf(last, sizeof last, "%02x", number);
-    return "00112233-4455-6677-8899-aabbccddee" + std::string(last);
+    return utils::str::print_uuid(CallPackets(number).key().uuid.data());
   }
   /// How a report on the call begins.
   static std::string finding(const std::string& type, uint8_t number) {

@@ -33,6 +33,8 @@ struct RtpFaults {
   uint64_t stray = 0;       // far off in sequence, and alone
   uint64_t restarts = 0;    // of the sequence or of the time stamps
   uint64_t cut_gaps = 0;    // longer than max_gap_samples, and cut to that
+
+  bool operator==(const RtpFaults&) const = default;
 };
 
 class RtpStream {
