@@ -16,11 +16,6 @@ namespace {
 
 constexpr uint64_t run = 0xA1B2C3D4;
 
-/// Two slots, 20 ms apart, with calls of three blocks; the run ends in the middle of the second ones.
-LoadPlan small_plan() {
-  return {.slots = 2, .scripts = 2, .call_blocks = 3, .ramp_ticks = 40, .end_tick = 110};
-}
-
 TEST(LoadSender, PlaysCallsToTheirEndsWithFatesAndSwitches) {
   test::UdpReceiver node;
   net::Socket socket;
@@ -90,7 +85,9 @@ struct LoadJudgeTest : testing::Test {
   const std::string m_activity = R"("type": "audio_activity", "call_side": "originator")";
   const std::string m_busy =
       R"("type": "corvanth_detection", "call_side": "terminator", "sample_name": "busy")";
-  const LoadPlan m_plan = small_plan();
+  /// Two slots, 20 ms apart, with calls of three blocks; the run ends in the middle of the second ones.
+  const LoadPlan m_plan = {
+      .slots = 2, .scripts = 2, .call_blocks = 3, .ramp_ticks = 40, .end_tick = 110};
   std::vector<CallScript> m_scripts = std::vector<CallScript>(2);
   LoadJudge m_judge{m_plan, m_scripts, run, 1000};
 };

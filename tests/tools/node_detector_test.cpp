@@ -18,33 +18,25 @@ namespace {
 /// Frame that decides, sample, shift, score.
 using Found = std::tuple<uint64_t, uint32_t, int32_t, double>;
 
-/// A node's detector after a whole stream.
-class Node : audio::SamplesDetectorCallback {
- public:
+/// What a node's detector announces in a whole stream, and what it lists in the end.
+struct Node : audio::SamplesDetectorCallback {
   Node(const Points& stream, const rc_ptr<audio::HashDatabase>& database, uint8_t drift_frames) {
-    m_detector.set_database(database);
-    m_detector.set_drift(drift_frames);
+    audio::SamplesDetector detector;
+    detector.set_database(database);
+    detector.set_drift(drift_frames);
     for (const audio::HashPoint& point : stream) {
-      m_frame = point.offset;
-      m_detector.handle_hash(point, *this, nullptr);
+      frame = point.offset;
+      detector.handle_hash(point, *this, nullptr);
     }
+    detector.get_match(best);
   }
-
-  std::vector<audio::Match> best() const {
-    std::vector<audio::Match> matches;
-    m_detector.get_match(matches);
-    return matches;
-  }
-
-  std::vector<Found> found;
-
- private:
   void on_sample_detected(audio::Match match, void*) override {
-    found.emplace_back(m_frame, match.sample->id, match.offset, match.score);
+    found.emplace_back(frame, match.sample->id, match.offset, match.score);
   }
 
-  audio::SamplesDetector m_detector;
-  uint64_t m_frame = 0;
+  uint64_t frame = 0;
+  std::vector<Found> found;
+  std::vector<audio::Match> best;
 };
 
 class NodeDetector : public testing::Test {
@@ -134,7 +126,7 @@ TEST_F(NodeDetector, AnnouncesAndScoresWhatItsVotesGive) {
     }
     EXPECT_GE(found.size(), 5u);
     EXPECT_EQ(found, std::set<Found>(node.found.begin(), node.found.end()));
-    for (const audio::Match& match : node.best()) {
+    for (const audio::Match& match : node.best) {
       const ScoredShift& best = ends.at(match.sample->id).best;
       EXPECT_EQ(std::pair(best.shift, best.score), std::pair(match.offset, match.score));
     }
