@@ -9,6 +9,7 @@
 #include "support/recordings.h"
 #include "support/run_command.h"
 #include "support/sound_folder.h"
+#include "tools/text_file.h"
 
 namespace cv::tools {
 namespace {
@@ -131,7 +132,11 @@ TEST_F(Analyse, TablesHoldEveryFrameAndTheScoresOfWhatCameNearest) {
   EXPECT_EQ(analyse({known}).out, watched.out);
   EXPECT_EQ(analyse({known, "--plot", page}).out, watched.out);
   EXPECT_TRUE(analyse({known, known, "--plot", page}).says("one --plot for 2 recordings"));
-  EXPECT_TRUE(analyse({known, "--plot", m_folder / "nowhere/page.html"}).says("cannot be written"));
+  const std::string index = m_folder.write("index", "of an earlier run");
+  EXPECT_TRUE(analyse({known, "--index", index, "--plot", m_folder / "nowhere/page.html"})
+                  .says("cannot be written"));
+  std::string error;
+  EXPECT_EQ(read_file(index, error), "of an earlier run");
   EXPECT_TRUE(analyse({known, "--track", "40"}).says("rule 1 has no sample named 40"));
 }
 

@@ -1,6 +1,7 @@
 #include "tools/analyse/analyse_command.h"
 
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -116,10 +117,16 @@ class OutputFile {
   explicit OutputFile(std::string path) : m_path(std::move(path)) {}
 
   bool wanted() const { return !m_path.empty(); }
-  void open(const std::string& heading) {
+  /// What is there stays until begin().
+  void open() {
     if (!wanted()) return;
-    m_file.open(m_path, std::ios::binary);
+    m_file.open(m_path, std::ios::binary | std::ios::app);
     if (!m_file) throw AnalyseFailure(m_path + ": cannot be written");
+  }
+  void begin(const std::string& heading) {
+    if (!wanted()) return;
+    std::error_code no_file;  // a device or a pipe
+    std::filesystem::resize_file(m_path, 0, no_file);
     m_file << heading;
   }
   void write(const std::string& text) {
@@ -200,12 +207,13 @@ class AnalyseRun {
   }
 
  private:
-  /// As late as it can be: what an earlier run has written there is gone then.
+  /// As late as it can be, and all or none: what an earlier run has written there is gone then.
   void open_outputs() {
-    m_index.open({});
-    m_frames.open(frames_csv_heading());
-    m_scores.open(scores_csv_heading());
-    m_page.open({});
+    for (OutputFile* file : {&m_index, &m_frames, &m_scores, &m_page}) file->open();
+    m_index.begin({});
+    m_frames.begin(frames_csv_heading());
+    m_scores.begin(scores_csv_heading());
+    m_page.begin({});
   }
 
   bool traces_wanted() const { return m_frames.wanted() || m_scores.wanted() || m_page.wanted(); }
