@@ -114,7 +114,7 @@ uint32_t little_endian_at(const char* bytes) {
 std::string cut_short(const std::string& path) {
   // What streams through a pipe has no size yet: its writer names about 2 or 4 GB.
   constexpr uint32_t open_ended_bytes = 0x7F000000;
-  // A writer that counted wrong; so little is no prompt's recognition.
+  // Of a writer that counted wrong; a prompt is found without its last 32 ms as well.
   constexpr int64_t tolerated_bytes = 512;
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   const int64_t file_bytes = file.tellg();

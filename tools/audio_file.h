@@ -27,9 +27,9 @@ struct SourceFormat {
 
 /// Reads any file that libsndfile knows. Channels are averaged; another rate is converted with soxr
 /// (high quality, no dither: the same file always gives the same samples).
-/// Empty, with the reason in `error`, when the file cannot be opened or ends before its header says. Of a WAV
-/// file half a kilobyte may be missing, and a size of 2 GB or more, as programs write that stream into a
-/// pipe, says nothing. What AIFF, AU, W64 and VOC files lack is not noticed.
+/// Empty, with the reason in `error`, when the file cannot be opened or ends before its header says. Of a
+/// WAV file half a kilobyte may be missing, and a size of 2 GB or more, as programs write that stream into
+/// a pipe, says nothing. What AIFF, AU, W64 and VOC files lack is not noticed.
 /// `format`, if given, is set once the file is open.
 std::optional<std::vector<int16_t>> read_audio(const std::string& path, std::string& error,
                                                SourceFormat* format = nullptr);
