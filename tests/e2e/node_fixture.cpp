@@ -1,5 +1,6 @@
 #include "e2e/node_fixture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -82,11 +83,15 @@ void NodeFixture::broadcast(const std::string& json) {
 }
 
 std::vector<std::string> NodeFixture::requests(size_t count) {
-  std::vector<std::string> texts;
-  for (const std::string& body : m_kafka->consume(m_request_topic, count)) {
-    texts.push_back(decompressed(body).value().substr(1));
+  for (size_t most = count;; ++most) {
+    std::vector<std::string> texts;
+    const auto bodies = m_kafka->consume(m_request_topic, most);
+    for (const std::string& body : bodies) {
+      const std::string text = decompressed(body).value().substr(1);
+      if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
+    }
+    if (texts.size() == count || bodies.size() < most) return texts;
   }
-  return texts;
 }
 
 std::string NodeFixture::sample_configuration(uint64_t version,

@@ -34,7 +34,8 @@ class NodeFixture : public testing::Test, protected RunningNode {
 
   void send_to_node(const std::string& json);
   void broadcast(const std::string& json);
-  /// The first `count` requests of the node, as JSON texts.
+  /// The first `count` different requests of the node, as JSON texts: a node that hears a topic of a real
+  /// broker late asks again.
   std::vector<std::string> requests(size_t count);
 
   /// `ids`: sample id to prompt name; every sample belongs to rule 1.
