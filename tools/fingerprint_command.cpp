@@ -58,8 +58,9 @@ std::string describe_fingerprint(const std::string& file, const Fingerprint& fin
 
 int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::ostream& err) {
   int status = exit_done;
-  const auto fail = [&](const std::string& complaint) {
-    err << "corvanth: " << complaint << "\n";
+  const auto fail = [&](const auto&... complaint) {
+    err << "corvanth: ";
+    (err << ... << complaint) << "\n";
     status = exit_failed;
   };
   ProgressBar bar("fingerprinting");
@@ -71,11 +72,11 @@ int run_fingerprint(const FingerprintOptions& options, std::ostream& out, std::o
     std::string error;
     const auto fingerprint = fingerprint_file(file, options.settings, error);
     if (!fingerprint) {
-      fail(file + ": " + error);
+      fail(file, ": ", error);
       continue;
     }
     if (fingerprint->points.empty()) {
-      fail(file + ": no points, no node finds it");
+      fail(file, ": no points, no node finds it");
     } else if (!options.output.empty() &&
                !write_packet(options.output, fingerprint->points, error)) {
       fail(error);
