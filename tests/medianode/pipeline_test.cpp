@@ -37,6 +37,15 @@ std::string member(const std::string& text, const std::string& name) {
   return text.substr(value, text.find_first_of(",}", value) - value);
 }
 
+/// Version 7, in which the rule has these options and every other the defaults.
+cv::rc_ptr<cv::mn::DeadAirConfig> dead_air_config(
+    const cv::audio::SegmentDetectionOptions& of_rule) {
+  cv::rc_ptr<cv::mn::DeadAirConfig> config(
+      new cv::mn::DeadAirConfig(7, cv::audio::SegmentDetectionOptions()));
+  config->m_rules.emplace(rule, of_rule);
+  return config;
+}
+
 const std::string uuid = "00112233-4455-6677-8899-aabbccddee01";
 
 /// Plays a script to a call: features of its START and then of updates (two hexadecimal digits), a
@@ -94,20 +103,35 @@ TEST(Pipeline, RecognisesAPromptHoweverItsAudioIsCutIntoPackets) {
   EXPECT_NE(reports(160, 3), whole) << "the configured drift reaches the detectors";
 }
 
-TEST(Pipeline, ReportsTheFirstActivityOfASideOnce) {
-  Pipeline pipeline;
-  const CallPackets call;
-  pipeline.send(call.start({.features = cv::media::features_activity_detection}));
-  uint32_t seq[2] = {0, 0};
-  pipeline.play(call, 0, silence(32000), seq[0]);
-  // The tone begins in the second half of frame 99.
-  for (const Audio& audio : {silence(100 * 128), tone(8000), silence(8000), tone(8000)}) {
-    pipeline.play(call, 1, audio, seq[1]);
-  }
-  const Texts texts = pipeline.reports.texts();
+TEST(Pipeline, ReportsTheFirstActivityOfASideOnceAndByTheOptionsOfItsRule) {
+  const auto reports = [](uint32_t activity_hits) {
+    Pipeline pipeline;
+    cv::audio::SegmentDetectionOptions of_rule;
+    of_rule.activity_hits = activity_hits;
+    pipeline.dead_air.on_dead_air_config(dead_air_config(of_rule));
+    const CallPackets call;
+    pipeline.send(call.start({.features = cv::media::features_activity_detection, .rule = rule}));
+    uint32_t seq[2] = {0, 0};
+    pipeline.play(call, 0, silence(32000), seq[0]);
+    // The tone begins in the second half of frame 99.
+    for (const Audio& audio : {silence(100 * 128), tone(8000), silence(8000), tone(8000)}) {
+      pipeline.play(call, 1, audio, seq[1]);
+    }
+    return pipeline.reports.texts();
+  };
+  const Texts texts = reports(5);
   ASSERT_EQ(texts.size(), 1u);
   EXPECT_EQ(member(texts[0], "call_side"), "\"terminator\"");
   EXPECT_EQ(member(texts[0], "offset_ms"), "1.584");
+  EXPECT_TRUE(reports(100).empty()) << "a second of tone has 63 frames";
+}
+
+TEST(Pipeline, HoldsNoMoreCallsThanTheConfiguredLimit) {
+  cv::rc_ptr<cv::mn::Configuration> configuration(new cv::mn::Configuration);
+  configuration->session_limit = 1;
+  Pipeline pipeline(configuration);
+  for (const CallPackets& call : {CallPackets(1), CallPackets(2)}) pipeline.send(call.start({}));
+  EXPECT_EQ(pipeline.media.manager().refused_sessions(), 1u);
 }
 
 TEST(Pipeline, AnalysesFollowTheCallsFeaturesAndTheNewestConfiguration) {
@@ -149,10 +173,7 @@ TEST(Pipeline, AnalysesFollowTheCallsFeaturesAndTheNewestConfiguration) {
   for (const auto& row : table) {
     cv::test::LogCapture log;
     Pipeline pipeline;
-    cv::rc_ptr<cv::mn::DeadAirConfig> config(
-        new cv::mn::DeadAirConfig(7, cv::audio::SegmentDetectionOptions()));
-    config->m_rules.emplace(rule, of_rule);
-    pipeline.dead_air.on_dead_air_config(config);
+    pipeline.dead_air.on_dead_air_config(dead_air_config(of_rule));
     play_steps(pipeline, row.steps);
     EXPECT_EQ(log.tagged(row.tag + uuid + ": "), row.expected);
     EXPECT_EQ(pipeline.reports.texts().size(), row.reports);
