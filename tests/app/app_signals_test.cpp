@@ -50,8 +50,11 @@ TEST(Signals, SetTheirFlagsAtOnceAndTheirLinesAreWrittenOutsideTheHandler) {
     EXPECT_EQ(flags, "....x...xx..xxx.xxxx");
     EXPECT_TRUE(log.texts().empty());
     EXPECT_TRUE(ServiceBase::wait_for_signal(-1)) << "what came before counts";
-    EXPECT_EQ(log.texts().size(), 8u);
-    EXPECT_EQ(log.texts()[6], "SYSTEM app SERVICE: signal 15 has been received");
+    const auto texts = log.texts();
+    EXPECT_EQ(texts.size(), 8u);
+    EXPECT_EQ(texts.at(3), "SYSTEM app SERVICE: user action #1 has been requested");
+    EXPECT_EQ(texts.at(5), "SYSTEM app SERVICE: user action #2 has been requested");
+    EXPECT_EQ(texts.at(6), "SYSTEM app SERVICE: signal 15 has been received");
     EXPECT_FALSE(ServiceBase::wait_for_signal(0));
     ServiceBase::wake_main_thread();
     return ServiceBase::wait_for_signal(-1);
