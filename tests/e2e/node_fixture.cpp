@@ -88,7 +88,11 @@ std::vector<std::string> NodeFixture::requests(size_t count) {
     const auto bodies = m_kafka->consume(m_request_topic, most);
     for (const std::string& body : bodies) {
       const std::string text = decompressed(body).value().substr(1);
-      if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
+      if (std::find(texts.begin(), texts.end(), text) == texts.end()) {
+        texts.push_back(text);
+      } else {
+        EXPECT_TRUE(node_logged("SERVICE: topics have been assigned after")) << "twice: " << text;
+      }
     }
     if (texts.size() == count || bodies.size() < most) return texts;
   }
